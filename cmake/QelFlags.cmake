@@ -32,8 +32,9 @@ if(QEL_SANITIZE)
 endif()
 
 if(QEL_FUZZ)
-  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    message(FATAL_ERROR "QEL_FUZZ needs Clang")
+  # The coverage hooks live in the sanitizer runtime, which every executable must link.
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR NOT QEL_SANITIZE)
+    message(FATAL_ERROR "QEL_FUZZ needs Clang and a sanitizer (QEL_SANITIZE)")
   endif()
   # Coverage for the code under test; only the fuzz executables link the fuzzer's main.
   add_compile_options(-fsanitize=fuzzer-no-link)

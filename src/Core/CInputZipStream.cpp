@@ -81,13 +81,15 @@ CErrorPtr CInputZipStream::finish()
         if (m_zip.avail_in == 0)
             QEL_RETURN_IF_ERROR(refill(), CString());
     }
+    // Input read ahead past the stream's end belongs to whatever follows the block. A source
+    // that can seek gets it back; from one that can't (a pipe) it is lost, so there a block
+    // must be the last thing in the stream.
     if (m_zip.avail_in > 0) {
-        if (auto* positioned = dynamic_cast<CPosStream*>(m_source)) {
-            int64_t position = 0;
-            QEL_RETURN_IF_ERROR(positioned->getPosition(position), CString());
+        int64_t position = 0;
+        auto* positioned = dynamic_cast<CPosStream*>(m_source);
+        if (positioned && !positioned->getPosition(position))
             QEL_RETURN_IF_ERROR(positioned->setPosition(position - m_zip.avail_in), CString());
-            m_zip.avail_in = 0;
-        }
+        m_zip.avail_in = 0;
     }
     return nullptr;
 }

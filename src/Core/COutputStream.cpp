@@ -85,7 +85,9 @@ CErrorPtr COutputStream::writeCompressedDataLZ4(const void* data, size_t size, u
     if (!packed.resize(size_t(bound)))
         return QEL_ERROR(CString(), "@qelstr_COutputStream_writeCompressedDataLZ4_OutOfMemory Not enough memory to compress %1 bytes.",
                          CString::number(int64_t(size)));
-    const int packedSize = LZ4_compress_HC(static_cast<const char*>(data),
+    // The HC compressor reads its source even for no bytes, and empty data may come as null.
+    static const char kNothing = 0;
+    const int packedSize = LZ4_compress_HC(size > 0 ? static_cast<const char*>(data) : &kNothing,
                                            reinterpret_cast<char*>(packed.data()),
                                            static_cast<int>(size), bound, 12);
     if (packedSize <= 0 && size > 0)

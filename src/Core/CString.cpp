@@ -43,7 +43,10 @@ void decodeUtf8(const unsigned char* p, size_t count, Emit&& emit)
             cp &= 0xFFFF;
             break;
         }
-        emit(static_cast<char16_t>(cp));
+        // Surrogate units are no text of their own, and writing leaves them out; dropping
+        // them here too keeps a string the same after it was written and read again.
+        if (cp < 0xD800 || cp > 0xDFFF)
+            emit(static_cast<char16_t>(cp));
         i += length;
     }
 }
@@ -161,14 +164,20 @@ CString::CString(const char16_t* text, int length) { initFrom(text, length, true
 CString::CString(const CString& other) { initFrom(other.m_data, other.m_length, other.isWide()); }
 
 CString::CString(CString&& other) noexcept
-    : m_capacity(other.m_capacity), m_length(other.m_length), m_wide(other.m_wide)
 {
-    if (other.isInline()) {
-        std::memcpy(m_inline, other.m_inline, kInlineBytes);
-    } else {
-        m_data = other.m_data;
-        other.m_data = other.m_inline;
-    }
+    if (other.isInline())
+        initFrom(other.m_data, other.m_length, other.isWide());
+    else
+        takeHeapOf(other);
+}
+
+void CString::takeHeapOf(CString& other)
+{
+    m_data = other.m_data;
+    m_capacity = other.m_capacity;
+    m_length = other.m_length;
+    m_wide = other.m_wide;
+    other.m_data = other.m_inline;
     other.m_capacity = 0;
     other.m_length = 0;
     other.m_wide = 0;
@@ -188,15 +197,7 @@ CString& CString::operator=(CString&& other) noexcept
         return *this;
     }
     releaseHeap();
-    m_data = other.m_data;
-    m_capacity = other.m_capacity;
-    m_length = other.m_length;
-    m_wide = other.m_wide;
-    other.m_data = other.m_inline;
-    other.m_capacity = 0;
-    other.m_length = 0;
-    other.m_wide = 0;
-    other.m_inline[0] = other.m_inline[1] = 0;
+    takeHeapOf(other);
     return *this;
 }
 

@@ -37,8 +37,8 @@ public:
 
     // UTF-8 as the definition loader reads it: lead bytes of 2, 3 and 4 byte sequences are
     // taken at their word (continuation bytes are not checked), any other lead byte is
-    // dropped, and 4-byte sequences are cut to 16 bits. The string widens at the first
-    // code point above 255, so Latin-1 text stays narrow.
+    // dropped, and 4-byte sequences are cut to 16 bits; surrogate units are dropped. The
+    // string widens at the first code point above 255, so Latin-1 text stays narrow.
     static CString fromUtf8(const char* bytes, size_t count);
     static CString fromUtf8(std::string_view text) { return fromUtf8(text.data(), text.size()); }
     static CString number(int64_t value);
@@ -107,6 +107,8 @@ private:
     void ensureBytes(size_t need, bool keepContent);
     void ensureBytesKeeping(size_t need, size_t keepBytes);
     void releaseHeap();
+    // Takes over the heap block of `other`, which is left empty.
+    void takeHeapOf(CString& other);
     void initFrom(const void* text, int length, bool wide);
 
     char* m_data = m_inline;

@@ -221,6 +221,8 @@ TEST(CString, Utf8DecodingFollowsTheLoader)
     EXPECT_EQ(units(CString::fromUtf8("\xf0\x9f\x98\x80")), std::u16string(1, char16_t(0xF600)));
     // Stray continuation and invalid lead bytes vanish; a cut sequence at the end too.
     EXPECT_EQ(units(CString::fromUtf8("a\x80" "b\xff" "c\xe2\x82")), u"abc");
+    // Surrogate units are not text: a string read must be the one written back.
+    EXPECT_EQ(units(CString::fromUtf8("a\xed\xa0\x80" "b\xf0\x9d\xa0\x80")), u"ab");
     // Continuation bytes are not checked: the lead byte decides the length.
     EXPECT_EQ(CString::fromUtf8("\xc3" "A").length(), 1);
 
