@@ -53,9 +53,11 @@ struct alignas(64) SizeClass
     std::mutex refillLock;
     int batch = 2;          // guarded by refillLock
     void* chunks = nullptr; // guarded by refillLock; linked through their first bytes
+    int64_t created = 0;    // guarded by refillLock; blocks carved from the chunks
 };
 
 constinit SizeClass s_classes[CBlockAllocator::kClassCount];
+constinit std::atomic<bool> s_releasing{false};
 
 std::atomic<uintptr_t>& linkOf(void* block)
 {
@@ -133,6 +135,7 @@ void* refill(SizeClass& sc, int sizeClass)
         return nullptr;
     *reinterpret_cast<void**>(raw) = sc.chunks;
     sc.chunks = raw;
+    sc.created += count;
 
     auto* first = static_cast<unsigned char*>(alignBlock(raw, kHeapOverhead));
     assert(reinterpret_cast<uintptr_t>(first) >> 47 == 0);
@@ -149,7 +152,35 @@ void* refill(SizeClass& sc, int sizeClass)
     return first;
 }
 
+// Gives a class's chunks back when all its blocks are on the free list.
+void releaseIfUnused(SizeClass& sc)
+{
+    std::lock_guard<std::mutex> guard(sc.refillLock);
+    int64_t free = 0;
+    for (void* block = headBlock(sc.head.load(std::memory_order_acquire)); block;
+         block = reinterpret_cast<void*>(linkOf(block).load(std::memory_order_relaxed)))
+        ++free;
+    if (free != sc.created || sc.created == 0)
+        return;
+    sc.head.store(0, std::memory_order_release);
+    for (void* chunk = sc.chunks; chunk;) {
+        void* next = *static_cast<void**>(chunk);
+        std::free(chunk);
+        chunk = next;
+    }
+    sc.chunks = nullptr;
+    sc.created = 0;
+    sc.batch = 2;
+}
+
 } // namespace
+
+void CBlockAllocator::releaseChunksWhenUnused()
+{
+    s_releasing = true;
+    for (SizeClass& sc : s_classes)
+        releaseIfUnused(sc);
+}
 
 void* CBlockAllocator::alloc(size_t size)
 {
@@ -179,6 +210,8 @@ void CBlockAllocator::free(void* block)
 #endif
     QEL_POISON(bytes + kLinkSize, classSize(sizeClass) - kLinkSize);
     push(s_classes[sizeClass], block);
+    if (s_releasing.load(std::memory_order_relaxed))
+        releaseIfUnused(s_classes[sizeClass]);
 }
 
 void* CBlockAllocator::realloc(void* block, size_t size)

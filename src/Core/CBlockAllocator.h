@@ -31,6 +31,11 @@ public:
     // Size class of a block, or kHeapMarker for a heap block.
     static int blockClass(const void* block);
 
+    // For a module that is about to be unloaded: from now on, the chunks of a class go back
+    // to the system as soon as every block of the class is free again. Without this, each
+    // unload would lose them. Call it when nothing of the module runs any more.
+    static void releaseChunksWhenUnused();
+
     static constexpr int classForSize(size_t size)
     {
         return size == 0 ? 0 : static_cast<int>((size + 15) / 16 - 1);

@@ -89,7 +89,12 @@ CErrorPtr CObject::readNode(CNodeCursor& cursor, const std::shared_ptr<CStringPo
     uint8_t kind = 0;
     QEL_RETURN_IF_ERROR(cursor.readU8(kind), getFullName());
 
-    if (kind != 0) {
+    // Only a child can be a template: a root or a body that is one would make every read
+    // of it start another.
+    if (kind > 1 || (kind == 1 && skipHeaderPair))
+        return QEL_ERROR(getFullName(), "@qelstr_CObject_readNode_BadKind Compiled definition '%1' is damaged: a node of kind %2 at offset %3.",
+                         cursor.imageName(), CString::number(kind), CString::number(int64_t(cursor.position() - 1)));
+    if (kind == 1) {
         // A template: its body waits, in place or copied, for the instances.
         const CString* classTag = nullptr;
         uint32_t length = 0;

@@ -118,6 +118,13 @@ private:
     uint8_t m_wide = 0;
 };
 
+inline CString operator+(const CString& a, const CString& b)
+{
+    CString joined(a);
+    joined.append(b);
+    return joined;
+}
+
 // <0, 0, >0 by character value; a prefix sorts first. Widths don't matter.
 int compareStrings(const CString& a, const CString& b);
 
