@@ -16,7 +16,8 @@ CObject::CObject() : m_classInfo(&defaultClassInfo()) {}
 CObject::~CObject()
 {
     // deleteObject has done this already; a plain delete still must not leave the tree
-    // pointing at us.
+    // or other objects pointing at us.
+    CObject::releaseLinks();
     releaseChildren();
     if (m_parent)
         m_parent->CObject::removeChild(this);

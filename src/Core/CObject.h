@@ -153,6 +153,9 @@ private:
 
 
     CAttrValue& attrSlot(const CString& name);
+    // The common path of every attribute write: `store` puts the value into its slot.
+    template <class Store>
+    CErrorPtr storeAttr(const CString& name, bool callNow, Store&& store);
     CErrorPtr afterStore(const CString& name, CAttrValue& value, bool callNow);
     CErrorPtr notifyListeners(const CString& name, const CAttrValue& value);
     CString lookUp(const CString& spec, const CString& attrName, const CString& fallback, bool ownOnly);

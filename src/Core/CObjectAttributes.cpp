@@ -57,59 +57,47 @@ CAttrValue& CObject::attrSlot(const CString& name)
     return m_attrs[name];
 }
 
-CErrorPtr CObject::setAttr(const CString& name, const CAttrValue& value, bool callNow)
+template <class Store>
+CErrorPtr CObject::storeAttr(const CString& name, bool callNow, Store&& store)
 {
     if (m_readOnly || name.isEmpty())
         return nullptr;
     CAttrValue& slot = attrSlot(name);
-    if (&slot != &value)
-        slot.assignValue(value);
+    store(slot);
     return afterStore(name, slot, callNow);
+}
+
+CErrorPtr CObject::setAttr(const CString& name, const CAttrValue& value, bool callNow)
+{
+    return storeAttr(name, callNow, [&value](CAttrValue& slot) {
+        if (&slot != &value)
+            slot.assignValue(value);
+    });
 }
 
 CErrorPtr CObject::setAttrInt(const CString& name, int32_t value, bool callNow)
 {
-    if (m_readOnly || name.isEmpty())
-        return nullptr;
-    CAttrValue& slot = attrSlot(name);
-    slot.setInt(value);
-    return afterStore(name, slot, callNow);
+    return storeAttr(name, callNow, [value](CAttrValue& slot) { slot.setInt(value); });
 }
 
 CErrorPtr CObject::setAttrReal(const CString& name, double value, bool callNow)
 {
-    if (m_readOnly || name.isEmpty())
-        return nullptr;
-    CAttrValue& slot = attrSlot(name);
-    slot.setReal(value);
-    return afterStore(name, slot, callNow);
+    return storeAttr(name, callNow, [value](CAttrValue& slot) { slot.setReal(value); });
 }
 
 CErrorPtr CObject::setAttrBool(const CString& name, bool value, bool callNow)
 {
-    if (m_readOnly || name.isEmpty())
-        return nullptr;
-    CAttrValue& slot = attrSlot(name);
-    slot.setBool(value);
-    return afterStore(name, slot, callNow);
+    return storeAttr(name, callNow, [value](CAttrValue& slot) { slot.setBool(value); });
 }
 
 CErrorPtr CObject::setAttrPointer(const CString& name, void* value, bool callNow)
 {
-    if (m_readOnly || name.isEmpty())
-        return nullptr;
-    CAttrValue& slot = attrSlot(name);
-    slot.setPointer(value);
-    return afterStore(name, slot, callNow);
+    return storeAttr(name, callNow, [value](CAttrValue& slot) { slot.setPointer(value); });
 }
 
 CErrorPtr CObject::setAttrString(const CString& name, const CString& value, bool callNow)
 {
-    if (m_readOnly || name.isEmpty())
-        return nullptr;
-    CAttrValue& slot = attrSlot(name);
-    slot.setString(value);
-    return afterStore(name, slot, callNow);
+    return storeAttr(name, callNow, [&value](CAttrValue& slot) { slot.setString(value); });
 }
 
 CErrorPtr CObject::setAttrText(const CString& name, const CString& text, bool callNow)

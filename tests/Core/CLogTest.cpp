@@ -1,21 +1,13 @@
 #include "Core/CLog.h"
 #include "Core/CUserFolder.h"
 
+#include "TestFiles.h"
+
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 namespace {
-
-std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 struct CaptureSink : qel::ILogSink
 {
@@ -41,7 +33,7 @@ TEST(CLog, FileStartsAfreshThenAppendsWithCrLf)
     qel::CLog::write("first", true);
     qel::CLog::write("sec", false);
     qel::CLog::printf("ond %d", 2);
-    EXPECT_EQ(readFile(path), "first\r\nsecond 2\r\n");
+    EXPECT_EQ(qel::test::readTextFile(path), "first\r\nsecond 2\r\n");
     qel::CLog::setFileName(previousFile);
 }
 

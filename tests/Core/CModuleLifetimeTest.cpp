@@ -1,23 +1,15 @@
 #include "Core/CUserFolder.h"
 
+#include "TestFiles.h"
+
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 namespace {
-
-std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 // The module as a host sees it: loaded, entered, used, exited, unloaded.
 class LoadedModule
@@ -66,17 +58,17 @@ TEST(CModuleLifetime, StartsAtLoadBuildsInstancesAndFinalizesAtTheLastExit)
     EXPECT_EQ(tree, "#0\nplugin#1\nplugin.audio-env#2\nplugin.param-collector#3\nplugin.ext-param-list#4\n"
                     "plugin.ext-param-list.ext-param#5\nplugin.ext-param-list.ext-param#1#6\n");
 
-    std::string log = readFile(kLog);
+    std::string log = qel::test::readTextFile(kLog);
     EXPECT_EQ(log.rfind("Initializing application...\r\nloadXMLData \"SharedData.xml\" init time: ", 0), 0u) << log;
     EXPECT_EQ(log.find("Finalizing"), std::string::npos);
 
     // A host that exits while an instance still lives: finalising waits for the unload.
     ASSERT_TRUE(module.symbol<bool(int)>("qelTestModuleHold")(1));
     ASSERT_TRUE(module.symbol<bool()>("ModuleExit")());
-    EXPECT_EQ(readFile(kLog).find("Finalizing"), std::string::npos);
+    EXPECT_EQ(qel::test::readTextFile(kLog).find("Finalizing"), std::string::npos);
     ASSERT_TRUE(module.symbol<bool(int)>("qelTestModuleHold")(0));
     module.unload();
-    log = readFile(kLog);
+    log = qel::test::readTextFile(kLog);
     EXPECT_NE(log.find("\r\nFinalizing application...\r\n"), std::string::npos) << log;
 
     // Loaded again, the module starts afresh (and empties its log); this time the last
@@ -87,7 +79,7 @@ TEST(CModuleLifetime, StartsAtLoadBuildsInstancesAndFinalizesAtTheLastExit)
     ASSERT_TRUE(again.symbol<bool(void*)>("ModuleEntry")(nullptr));
     EXPECT_EQ(again.call("qelTestModuleInstance").rfind("#0\nplugin#1\n", 0), 0u);
     ASSERT_TRUE(again.symbol<bool()>("ModuleExit")());
-    EXPECT_EQ(readFile(kLog).find("Finalizing"), std::string::npos);
+    EXPECT_EQ(qel::test::readTextFile(kLog).find("Finalizing"), std::string::npos);
     ASSERT_TRUE(again.symbol<bool()>("ModuleExit")());
-    EXPECT_NE(readFile(kLog).find("Finalizing application..."), std::string::npos);
+    EXPECT_NE(qel::test::readTextFile(kLog).find("Finalizing application..."), std::string::npos);
 }

@@ -1,11 +1,10 @@
 #include "SharedRootFixture.h"
+#include "TestFiles.h"
 
 #include "Core/CLog.h"
 #include "Core/CResourceRegistry.h"
 #include "Core/CTemplateBody.h"
 
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -59,12 +58,6 @@ std::string dump(const CObject* o)
     std::string out;
     dump(o, out);
     return out;
-}
-
-std::vector<uint8_t> readFile(const char* path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 struct CaptureLog : ILogSink
@@ -159,6 +152,12 @@ TEST_F(CObjectLoader, EachInstanceGetsItsOwnPluginTree)
     ASSERT_FALSE(env->setAttrInt(CString("rate"), 48000, true));
     EXPECT_EQ(second->findObject(CString("plugin.audio-env"))->getAttrInt(CString("rate")), 44100);
     EXPECT_EQ(CApplication::liveTreeContexts(), 2);
+
+    // Twice in one tree: a second name and ids of its own.
+    CObject* again = instantiate(m_root.get(), "plugin", "plugin");
+    EXPECT_EQ(str(again->getFullName()), "plugin#1");
+    EXPECT_GT(again->objectId(), m_root->findObject(CString("plugin.remap.content"))->objectId());
+    EXPECT_NE(m_root->findObject(CString("plugin#1.audio-env")), env);
 }
 
 TEST_F(CObjectLoader, TemplateParametersAndInstanceAttributes)
@@ -235,7 +234,7 @@ TEST_F(CObjectLoader, FileAndResourceGiveTheSameTree)
 
 TEST_F(CObjectLoader, DamagedImagesFailCleanly)
 {
-    const std::vector<uint8_t> image = readFile(QEL_TEST_SHARED_IMAGE);
+    const std::vector<uint8_t> image = qel::test::readBinaryFile(QEL_TEST_SHARED_IMAGE);
     ASSERT_GT(image.size(), 100u);
     auto load = [this](const std::vector<uint8_t>& bytes) {
         CResourceRegistry::add(CString("damaged"), bytes.data(), bytes.size());
