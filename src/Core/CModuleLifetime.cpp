@@ -1,6 +1,7 @@
 #include "Core/CModuleLifetime.h"
 
 #include "Core/CBlockAllocator.h"
+#include "Core/CWorkerPool.h"
 
 namespace qel {
 
@@ -44,8 +45,11 @@ bool CModuleLifetime::exit()
 
 void CModuleLifetime::finalizeOnce()
 {
-    if (m_up.exchange(false))
+    if (m_up.exchange(false)) {
         CApplication::finalize();
+        // Sleeping workers must not outlive the code they run.
+        CWorkerPool::shutdown();
+    }
 }
 
 } // namespace qel

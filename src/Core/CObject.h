@@ -132,6 +132,11 @@ public:
     void listenObject(const CString& senderFullName, const CString& eventName, const CString& handlerName);
     void unlistenObject(const CString& senderFullName, const CString& eventName);
     CErrorPtr bridgeEvent(const CString& senderName, const CString& procName, CAttrMap& params);
+    // For posting from another thread, which must not read this tree's attributes: the
+    // parameters bridgeEvent would send, worked out beforehand on the tree's own thread.
+    CAttrMap prepareBridgeEvent(const CString& senderName, const CString& procName) const;
+    // Any thread: posts prepared parameters through the nearest bridge; none, nothing.
+    CErrorPtr postBridgeEvent(const CAttrMap& prepared) const;
 
     // A bridge owner is where events from other threads arrive for its subtree.
     void setEventBridge(CObjectEventBridge* bridge, uint32_t ownerThreadId);
@@ -145,6 +150,8 @@ public:
                        bool runLifeCycle, bool skipHeaderPair, bool skipAttributes, bool skipChildren);
 
 protected:
+    // Deletes the children, last made first.
+    void releaseChildren();
     // Text of a child `content` element: what a definition wrote between the tags.
     CString contentText() const;
 
@@ -163,7 +170,6 @@ private:
     CObject* findNamedInAncestors(const CString& name) const;
     CObject* findBridgeOwner() const;
     void dropDeliveriesOf(const CString& senderFullName, const CString& eventName);
-    void releaseChildren();
     CErrorPtr readTemplateBody(bool skipAttributes, bool skipChildren);
 
     const CClassInfo* m_classInfo = nullptr;

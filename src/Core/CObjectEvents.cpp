@@ -181,14 +181,30 @@ CErrorPtr CObject::fireEvent(const CString& name, CAttrMap& params, bool forceBr
 
 CErrorPtr CObject::bridgeEvent(const CString& senderName, const CString& procName, CAttrMap& params)
 {
-    CObject* owner = findBridgeOwner();
-    if (!owner)
-        return nullptr;
+    const CAttrMap prepared = prepareBridgeEvent(senderName, procName);
+    for (const auto& [name, value] : prepared)
+        params[name] = value;
+    return postBridgeEvent(params);
+}
+
+CAttrMap CObject::prepareBridgeEvent(const CString& senderName, const CString& procName) const
+{
+    CAttrMap params;
     params[CString("sender")].setString(senderName);
     params[CString("listener")].setString(getFullName());
     params[CString("listener-id")].setInt(m_objectId);
     params[CString("listener-proc")].setString(procName);
-    if (CErrorPtr error = owner->m_bridge->post(params))
+    return params;
+}
+
+CErrorPtr CObject::postBridgeEvent(const CAttrMap& prepared) const
+{
+    // Parents and bridges only change while the tree's owner rebuilds the tree, never
+    // while something posts into it.
+    CObject* owner = findBridgeOwner();
+    if (!owner)
+        return nullptr;
+    if (CErrorPtr error = owner->m_bridge->post(prepared))
         logError(error.get()); // a failed post is dropped once it is in the log
     return nullptr;
 }

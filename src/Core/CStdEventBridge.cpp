@@ -11,6 +11,8 @@ CStdEventBridge::CStdEventBridge() : m_queue(*this)
 
 CStdEventBridge::~CStdEventBridge()
 {
+    // The children first: something below may still post into the queue until it goes.
+    releaseChildren();
     setEventBridge(nullptr, 0);
 }
 
