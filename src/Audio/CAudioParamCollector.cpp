@@ -1,0 +1,252 @@
+#include "Audio/CAudioParamCollector.h"
+
+#include "Audio/CAudioEnv.h"
+#include "Audio/CAudioExtParamHostBridge.h"
+#include "Audio/CAudioParamQueuedChange.h"
+
+#include <mutex>
+
+namespace qel {
+
+CAudioParamCollector::CAudioParamCollector() = default;
+
+CAudioParamCollector::~CAudioParamCollector()
+{
+    CAudioParamQueuedChange::freeList(m_pending);
+}
+
+CErrorPtr CAudioParamCollector::init()
+{
+    QEL_RETURN_IF_ERROR(CObject::init(), getFullName());
+    QEL_RETURN_IF_ERROR(findObjectByAttr(m_env, CString("env")), getFullName());
+    if (const CObject* project = findObject(CString("shared::project"))) {
+        const int32_t groups = project->getAttrInt(CString("plugin-group-count"));
+        if (groups > 0)
+            m_reservedGroups = groups;
+    }
+    return nullptr;
+}
+
+CAudioParam* CAudioParamCollector::getParam(const CString& name)
+{
+    CLockGuard guard(m_paramsLock);
+    CString target = name;
+    // An alias chain can't loop for long: each step must lead to a name not seen before.
+    for (size_t steps = 0; steps <= m_aliases.size(); ++steps) {
+        auto alias = m_aliases.find(target);
+        if (alias == m_aliases.end())
+            break;
+        target = alias->second;
+    }
+    auto it = m_params.find(target);
+    if (it == m_params.end())
+        it = m_params.emplace(target, std::make_unique<CAudioParam>(this, target)).first;
+    return it->second.get();
+}
+
+bool CAudioParamCollector::isAliased(const CString& name)
+{
+    CLockGuard guard(m_paramsLock);
+    return m_aliases.count(name) != 0;
+}
+
+void CAudioParamCollector::addAlias(const CString& alias, const CString& target)
+{
+    CLockGuard guard(m_paramsLock);
+    m_aliases[alias] = target;
+}
+
+void CAudioParamCollector::start()
+{
+    CLockGuard guard(m_paramsLock);
+    m_isStarted = true;
+}
+
+// ---- the queue
+
+void CAudioParamCollector::appendFolding(CAudioParamQueuedChange* change)
+{
+    // While audio sleeps nothing drains the queue: a change is folded into the last queued
+    // one of its parameter and group, so the queue stays short however many edits come.
+    // A defaults change is never folded, and nothing is folded across one.
+    const CAudioParamChange& c = change->change();
+    if (c.group != kParamDefaultsGroup) {
+        CAudioParamQueuedChange* remembered = nullptr;
+        for (CAudioParamQueuedChange* q = m_pending; q; q = q->next) {
+            if (q->param() != change->param())
+                continue;
+            if (q->change().group == kParamDefaultsGroup)
+                remembered = nullptr;
+            else if (q->change().group == c.group)
+                remembered = q;
+        }
+        if (remembered && remembered->merge(c)) {
+            delete change;
+            return;
+        }
+    }
+    if (m_pendingTail)
+        m_pendingTail->next = change;
+    else
+        m_pending = change;
+    m_pendingTail = change;
+}
+
+void CAudioParamCollector::post(CAudioParamQueuedChange* change)
+{
+    change->next = nullptr;
+    std::lock_guard<std::mutex> guard(m_env->queueLock());
+    if (m_env->isActive()) {
+        if (m_pendingTail)
+            m_pendingTail->next = change;
+        else
+            m_pending = change;
+        m_pendingTail = change;
+        return;
+    }
+    appendFolding(change);
+}
+
+void CAudioParamCollector::postChanges(CAudioParamQueuedChange* list)
+{
+    if (!list)
+        return;
+    std::lock_guard<std::mutex> guard(m_env->queueLock());
+    if (m_env->isActive() || !m_pending) {
+        CAudioParamQueuedChange* tail = list;
+        while (tail->next)
+            tail = tail->next;
+        if (m_pendingTail)
+            m_pendingTail->next = list;
+        else
+            m_pending = list;
+        m_pendingTail = tail;
+        return;
+    }
+    while (list) {
+        CAudioParamQueuedChange* next = list->next;
+        list->next = nullptr;
+        appendFolding(list);
+        list = next;
+    }
+}
+
+CAudioParamQueuedChange* CAudioParamCollector::takePendingChanges()
+{
+    std::lock_guard<std::mutex> guard(m_env->queueLock());
+    CAudioParamQueuedChange* list = m_pending;
+    m_pending = m_pendingTail = nullptr;
+    return list;
+}
+
+void CAudioParamCollector::applyPendingChanges(CAudioParamQueuedChange* list)
+{
+    for (CAudioParamQueuedChange* q = list; q; q = q->next)
+        q->param()->applyToAudio(q->change());
+}
+
+size_t CAudioParamCollector::pendingCount()
+{
+    std::lock_guard<std::mutex> guard(m_env->queueLock());
+    size_t count = 0;
+    for (CAudioParamQueuedChange* q = m_pending; q; q = q->next)
+        ++count;
+    return count;
+}
+
+// ---- host notifications
+
+void CAudioParamCollector::queueHostUpdate(CAudioExtParamHostBridge* bridge, int index, double value)
+{
+    {
+        CLockGuard guard(m_updatesLock);
+        m_hostUpdates.push_back(HostUpdate{bridge, index, value});
+        if (m_lockDepth > 0 || m_batchDepth > 0)
+            return;
+        // Outside every lock already: deliver now, the way the last release does.
+        ++m_lockDepth;
+    }
+    releaseUpdate(false);
+}
+
+void CAudioParamCollector::enterLock()
+{
+    CLockGuard guard(m_updatesLock);
+    ++m_lockDepth;
+}
+
+void CAudioParamCollector::enterBatch()
+{
+    CLockGuard guard(m_updatesLock);
+    ++m_batchDepth;
+}
+
+void CAudioParamCollector::releaseUpdate(bool isBatch)
+{
+    std::vector<HostUpdate> updates;
+    {
+        CLockGuard guard(m_updatesLock);
+        int32_t& depth = isBatch ? m_batchDepth : m_lockDepth;
+        if (depth > 0)
+            --depth;
+        if (m_lockDepth > 0 || m_batchDepth > 0)
+            return;
+        updates.swap(m_hostUpdates);
+    }
+    // No parameter lock is held now; the host may call back into us.
+    while (!updates.empty()) {
+        for (const HostUpdate& update : updates)
+            update.bridge->onExtParamChanged(update.index, update.value);
+        updates.clear();
+        CLockGuard guard(m_updatesLock);
+        if (m_lockDepth > 0 || m_batchDepth > 0)
+            return;
+        updates.swap(m_hostUpdates);
+    }
+}
+
+// ---- listener nodes
+
+CAudioParamListener* CAudioParamCollector::allocListener()
+{
+    CLockGuard guard(m_listenerLock);
+    if (!m_freeListeners) {
+        // Block k holds 1 << k nodes, so claiming stays cheap however many there are.
+        const size_t count = size_t(1) << m_listenerBlocks.size();
+        m_listenerBlocks.push_back(std::make_unique<CAudioParamListener[]>(count));
+        CAudioParamListener* block = m_listenerBlocks.back().get();
+        for (size_t i = 0; i < count; ++i) {
+            block[i].next = m_freeListeners;
+            m_freeListeners = &block[i];
+        }
+    }
+    CAudioParamListener* node = m_freeListeners;
+    m_freeListeners = node->next;
+    *node = CAudioParamListener{};
+    return node;
+}
+
+void CAudioParamCollector::freeListener(CAudioParamListener* node)
+{
+    CLockGuard guard(m_listenerLock);
+    node->next = m_freeListeners;
+    m_freeListeners = node;
+}
+
+// ---- CAudioParamLock
+
+CAudioParamLock::CAudioParamLock(CAudioParam& param) : m_param(param)
+{
+    if (param.collector())
+        param.collector()->enterLock();
+    param.lock().lock();
+}
+
+CAudioParamLock::~CAudioParamLock()
+{
+    m_param.lock().unlock();
+    if (m_param.collector())
+        m_param.collector()->releaseUpdate(false);
+}
+
+} // namespace qel

@@ -1,0 +1,114 @@
+#pragma once
+
+#include "Audio/CAudioParam.h"
+#include "Core/CCriticalSection.h"
+#include "Core/CMap.h"
+#include "Core/CObject.h"
+#include "Core/CUpdateNotifier.h"
+
+#include <memory>
+#include <vector>
+
+namespace qel {
+
+class CAudioEnv;
+class CAudioExtParamHostBridge;
+class CAudioParamQueuedChange;
+
+// What the collector's listeners hear on every change of a parameter, in the writer's
+// thread and under the parameter's lock. The key is the parameter's address.
+struct CAudioParamUpdateMessage : CUpdateMessage
+{
+    CAudioParam* param = nullptr;
+    const CAudioParamChange* change = nullptr;
+    CAudioParamUpdateContext* context = nullptr;
+};
+
+// The one place where an instance's live parameters exist (tag audio:param-collector,
+// attribute `env`). It owns them, moves every change to the audio thread through a queue
+// whose lock is only held to exchange pointers, tells whoever listens, and calls the host
+// only when no parameter lock is held any more.
+class CAudioParamCollector : public CObject, public CUpdateNotifier
+{
+public:
+    CAudioParamCollector();
+    ~CAudioParamCollector() override;
+
+    static void initClassInfo(CClassInfo& info) { CObject::initClassInfo(info); }
+    CErrorPtr init() override;
+
+    // Finds or makes the parameter, following aliases first. Any thread but audio.
+    CAudioParam* getParam(const CString& name);
+    bool isAliased(const CString& name);
+    void addAlias(const CString& alias, const CString& target);
+    CAudioEnv* env() const { return m_env; }
+    void start();
+    bool isStarted() const { return m_isStarted; }
+    // Groups and elements the audio side's copies keep room for.
+    int32_t reservedGroups() const { return m_reservedGroups; }
+
+    // Listeners attach with the parameter's address as context.
+    uint64_t getListenKey(uintptr_t context) override { return context; }
+
+    // ---- the queue to the audio thread
+    void post(CAudioParamQueuedChange* change);
+    void postChanges(CAudioParamQueuedChange* list);
+    // Audio thread, at the start of a block: takes everything queued so far.
+    CAudioParamQueuedChange* takePendingChanges();
+    // Audio thread: applies a taken list, in order; the caller frees it afterwards.
+    static void applyPendingChanges(CAudioParamQueuedChange* list);
+    size_t pendingCount();
+
+    // ---- host notifications, delivered when the last lock or batch ends
+    void queueHostUpdate(CAudioExtParamHostBridge* bridge, int index, double value);
+    void enterLock();
+    void enterBatch();
+    void releaseUpdate(bool isBatch);
+
+    // ---- the nodes by which processes claim parameters
+    CAudioParamListener* allocListener();
+    void freeListener(CAudioParamListener* node);
+    CCriticalSection& listenerLock() { return m_listenerLock; }
+
+private:
+    struct HostUpdate
+    {
+        CAudioExtParamHostBridge* bridge;
+        int index;
+        double value;
+    };
+
+    void appendFolding(CAudioParamQueuedChange* change);
+
+    CAudioEnv* m_env = nullptr;
+    CAudioParamQueuedChange* m_pending = nullptr; // guarded by the env's queue lock
+    CAudioParamQueuedChange* m_pendingTail = nullptr;
+    bool m_isStarted = false;
+    int32_t m_reservedGroups = 8;
+    CCriticalSection m_paramsLock{4000};
+    CMap<CString, std::unique_ptr<CAudioParam>> m_params;
+    CMap<CString, CString> m_aliases;
+    CCriticalSection m_updatesLock{4000};
+    std::vector<HostUpdate> m_hostUpdates;
+    int32_t m_lockDepth = 0;
+    int32_t m_batchDepth = 0;
+    CCriticalSection m_listenerLock{4000};
+    std::vector<std::unique_ptr<CAudioParamListener[]>> m_listenerBlocks;
+    CAudioParamListener* m_freeListeners = nullptr;
+};
+
+// Holds a parameter's lock for a scope, and counts it, so that host notifications wait
+// until the last one is let go.
+class CAudioParamLock
+{
+public:
+    explicit CAudioParamLock(CAudioParam& param);
+    ~CAudioParamLock();
+    CAudioParamLock(const CAudioParamLock&) = delete;
+    CAudioParamLock& operator=(const CAudioParamLock&) = delete;
+
+private:
+    CAudioParam& m_param;
+};
+
+} // namespace qel
