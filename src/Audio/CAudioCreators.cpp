@@ -1,0 +1,28 @@
+#include "Audio/CAudioCreators.h"
+
+#include "Audio/Converters/CAudioParamConverterBW.h"
+#include "Audio/Converters/CAudioParamConverterEnum.h"
+#include "Audio/Converters/CAudioParamConverterFreq.h"
+#include "Audio/Converters/CAudioParamConverterGain.h"
+#include "Audio/Converters/CAudioParamConverterPercent.h"
+#include "Audio/Converters/CAudioParamConverterRatio.h"
+#include "Audio/Converters/CAudioParamConverterReal.h"
+#include "Audio/Converters/CAudioParamConverterText.h"
+#include "Audio/Converters/CAudioParamConverterTime.h"
+
+namespace qel {
+
+const CCreatorRow kAudioCreatorRows[] = {
+    creatorRow<CAudioParamConverterReal>("audio:cvt-real"),
+    creatorRow<CAudioParamConverterPercent>("audio:cvt-percent"),
+    creatorRow<CAudioParamConverterText>("audio:cvt-text"),
+    creatorRow<CAudioParamConverterBW>("audio:cvt-bw"),
+    creatorRow<CAudioParamConverterRatio>("audio:cvt-ratio"),
+    creatorRow<CAudioParamConverterTime>("audio:cvt-time"),
+    creatorRow<CAudioParamConverterEnum>("audio:cvt-enum"),
+    creatorRow<CAudioParamConverterFreq>("audio:cvt-freq"),
+    creatorRow<CAudioParamConverterGain>("audio:cvt-gain"),
+    {nullptr, nullptr, nullptr},
+};
+
+} // namespace qel
