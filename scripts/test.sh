@@ -20,12 +20,13 @@ for preset in release asan; do
   ctest --preset "$preset" -j "$jobs" || status=1
 done
 
-# The threading and store tests once more under ThreadSanitizer; only their own program
-# is built, which keeps this third build short.
-echo "=== tsan: threading and store tests"
+# The threading, store and parameter-queue tests once more under ThreadSanitizer; only
+# their own programs are built, which keeps this third build short.
+echo "=== tsan: threading, store and parameter-queue tests"
 if cmake --preset tsan -DQEL_BUILD_TESTS=ON -DCMAKE_COMPILE_WARNING_AS_ERROR=ON >/dev/null \
-   && cmake --build --preset tsan -j "$jobs" --target qel_core_thread_tests; then
+   && cmake --build --preset tsan -j "$jobs" --target qel_core_thread_tests qel_audio_thread_tests; then
   build/tsan/tests/Core/qel_core_thread_tests || status=1
+  build/tsan/tests/Audio/qel_audio_thread_tests || status=1
 else
   status=1
 fi

@@ -1,5 +1,10 @@
 #include "Audio/CAudioCreators.h"
 
+#include "Audio/CAudioCCTable.h"
+#include "Audio/CAudioEnv.h"
+#include "Audio/CAudioExtParam.h"
+#include "Audio/CAudioParamCollector.h"
+#include "Audio/CAudioParamDef.h"
 #include "Audio/Converters/CAudioParamConverterBW.h"
 #include "Audio/Converters/CAudioParamConverterEnum.h"
 #include "Audio/Converters/CAudioParamConverterFreq.h"
@@ -22,6 +27,13 @@ const CCreatorRow kAudioCreatorRows[] = {
     creatorRow<CAudioParamConverterEnum>("audio:cvt-enum"),
     creatorRow<CAudioParamConverterFreq>("audio:cvt-freq"),
     creatorRow<CAudioParamConverterGain>("audio:cvt-gain"),
+    creatorRow<CAudioParamDef>("audio:param"),
+    creatorRow<CAudioParamAllocDef>("audio:param-alloc"),
+    creatorRow<CAudioParamCollector>("audio:param-collector"),
+    creatorRow<CAudioEnv>("audio:audio-env"),
+    creatorRow<CAudioExtParam>("audio:ext-param"),
+    creatorRow<CAudioExtParamList>("audio:ext-param-list"),
+    creatorRow<CAudioCCTable>("audio:cctable"),
     {nullptr, nullptr, nullptr},
 };
 

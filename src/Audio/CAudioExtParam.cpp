@@ -56,6 +56,9 @@ void CAudioExtParam::setNormalized(double norm)
     if (!m_param || !m_param->info() || m_param->info()->converters.empty())
         return;
     norm = std::clamp(norm, 0.0, 1.0);
+    // onUpdate reads and writes the remembered position under the parameter's lock, on
+    // whichever thread writes; so does this.
+    CAudioParamLock lock(*m_param);
     m_normValue = norm;
     const CAudioParamInfo& info = *m_param->info();
     // The parameter fills a gap up to the element with defaults itself.

@@ -39,9 +39,9 @@ CAudioParam::~CAudioParam()
 
 void CAudioParam::change(const CAudioParamChange& input, CAudioParamUpdateContext& context)
 {
-    if (!m_info)
-        return;
     CAudioParamLock lock(*this);
+    if (!info())
+        return;
     CAudioParamChange c = input;
     c.group = mappedGroup(m_values, c.group);
     if (m_values.isSingleElement() && (c.firstElement > 0 || c.elementCount > 1)) {
@@ -75,13 +75,7 @@ void CAudioParam::change(const CAudioParamChange& input, CAudioParamUpdateContex
     }
 
     m_values.applyChange(c);
-    if (context.batchTail) {
-        auto* queued = new CAudioParamQueuedChange(this, c);
-        *context.batchTail = queued;
-        context.batchTail = &queued->next;
-    } else {
-        sendToAudio(c, context);
-    }
+    sendToAudio(c, context);
 
     if (m_collector) {
         CAudioParamUpdateMessage message;
@@ -106,7 +100,14 @@ void CAudioParam::sendToAudio(const CAudioParamChange& c, CAudioParamUpdateConte
         applyToAudio(c);
         return;
     }
-    m_collector->post(new CAudioParamQueuedChange(this, c));
+    auto* queued = new CAudioParamQueuedChange(this, c);
+    if (context.batchTail) {
+        // Gathered for the owner of the batch, which posts it whole.
+        *context.batchTail = queued;
+        context.batchTail = &queued->next;
+        return;
+    }
+    m_collector->post(queued);
 }
 
 void CAudioParam::applyToAudio(const CAudioParamChange& c)
@@ -146,7 +147,10 @@ void CAudioParam::notifyListeners(const CAudioParamChange& c)
 
 void CAudioParam::setValue(double value, int32_t group, const void* source)
 {
-    if (!m_info)
+    // The change is built from the values' format and lists, which another writer may be
+    // growing: under the lock, as the write itself.
+    CAudioParamLock lock(*this);
+    if (!info())
         return;
     CAudioParamChange c = m_values.makeChange(group, 0, 1, true);
     c.values = &value;
@@ -157,7 +161,8 @@ void CAudioParam::setValue(double value, int32_t group, const void* source)
 
 void CAudioParam::setElementValue(double value, int32_t group, int32_t element, const void* source)
 {
-    if (!m_info)
+    CAudioParamLock lock(*this);
+    if (!info())
         return;
     CAudioParamChange c = m_values.makeChange(group, element, 1, false);
     c.values = &value;
@@ -169,7 +174,8 @@ void CAudioParam::setElementValue(double value, int32_t group, int32_t element, 
 void CAudioParam::setString(int32_t group, int32_t element, const CString& text, const void* source,
                             CAudioParamUpdateContext& context)
 {
-    if (!m_info || m_values.dataType() != CAudioParamStorage::String)
+    CAudioParamLock lock(*this);
+    if (!info() || m_values.dataType() != CAudioParamStorage::String)
         return;
     CAudioParamData items;
     const double id = double(items.addString(text));
@@ -183,7 +189,8 @@ void CAudioParam::setString(int32_t group, int32_t element, const CString& text,
 void CAudioParam::setRaw(int32_t group, int32_t element, const CByteArray& bytes, const void* source,
                          CAudioParamUpdateContext& context)
 {
-    if (!m_info || m_values.dataType() != CAudioParamStorage::Raw)
+    CAudioParamLock lock(*this);
+    if (!info() || m_values.dataType() != CAudioParamStorage::Raw)
         return;
     CAudioParamData items;
     const double id = double(items.addRaw(bytes));
@@ -205,9 +212,9 @@ CString CAudioParam::getString(int32_t group, int32_t element)
 
 void CAudioParam::reset(int32_t group, int32_t element, CAudioParamUpdateContext& context, bool useFirst)
 {
-    if (!m_info)
-        return;
     CAudioParamLock lock(*this);
+    if (!info())
+        return;
     const int32_t firstGroup = group < 0 ? 0 : group;
     const int32_t lastGroup = group < 0 ? std::max(m_values.groupCount(), m_defaults.groupCount()) : group + 1;
     for (int32_t g = firstGroup; g < lastGroup; ++g) {
@@ -228,9 +235,9 @@ void CAudioParam::attachDefinition(const CAudioParamInfo* info, CAudioParamUpdat
     if (!info)
         return;
     CAudioParamLock lock(*this);
-    if (m_info && m_info->sameShape(*info))
+    if (const CAudioParamInfo* old = this->info(); old && old->sameShape(*info))
         return;
-    m_info = info;
+    m_info.store(info, std::memory_order_release);
     // Before audio runs the audio side takes the defaults at once and keeps room for every
     // group, so that nothing it applies later has to allocate.
     CAudioParamUpdateContext attach = context;

@@ -6,6 +6,7 @@
 #include "Core/CCriticalSection.h"
 #include "Core/CString.h"
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -55,7 +56,8 @@ public:
     CAudioParam& operator=(const CAudioParam&) = delete;
 
     const CString& name() const { return m_name; }
-    const CAudioParamInfo* info() const { return m_info; }
+    // Any thread: set once under the lock when the definition arrives.
+    const CAudioParamInfo* info() const { return m_info.load(std::memory_order_acquire); }
     CCriticalSection& lock() { return m_lock; }
     // Guarded by lock().
     const CAudioParamStorage& values() const { return m_values; }
@@ -100,7 +102,7 @@ private:
 
     CCriticalSection m_lock{4000};
     CAudioParamCollector* m_collector;
-    const CAudioParamInfo* m_info = nullptr;
+    std::atomic<const CAudioParamInfo*> m_info{nullptr};
     CString m_name;
     CAudioParamStorage m_values;
     CAudioParamStorage m_defaults;

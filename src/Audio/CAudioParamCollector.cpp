@@ -13,6 +13,9 @@ CAudioParamCollector::CAudioParamCollector() = default;
 CAudioParamCollector::~CAudioParamCollector()
 {
     CAudioParamQueuedChange::freeList(m_pending);
+    // A parameter gives the listener nodes still claiming it back as it goes: that must
+    // happen while the nodes' blocks and their lock are still here.
+    m_params.clear();
 }
 
 CErrorPtr CAudioParamCollector::init()
@@ -112,7 +115,9 @@ void CAudioParamCollector::postChanges(CAudioParamQueuedChange* list)
     if (!list)
         return;
     std::lock_guard<std::mutex> guard(m_env->queueLock());
-    if (m_env->isActive() || !m_pending) {
+    // While audio sleeps even a batch is folded change by change: it may hold many edits of
+    // one element, as a queue that was empty before may not.
+    if (m_env->isActive()) {
         CAudioParamQueuedChange* tail = list;
         while (tail->next)
             tail = tail->next;

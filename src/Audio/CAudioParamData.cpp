@@ -134,8 +134,9 @@ CErrorPtr CAudioParamData::save(COutputStream& out) const
 
 CErrorPtr CAudioParamData::load(CInputStream& in)
 {
-    clear();
-    m_lastId = 0;
+    // Read aside and swapped in at the end: damaged data leaves the table as it was.
+    CMap<uint32_t, std::unique_ptr<CAudioParamDataItem>> items;
+    uint32_t lastId = 0;
     uint32_t count = 0;
     QEL_RETURN_IF_ERROR(in.readU32(count), CString());
     for (uint32_t i = 0; i < count; ++i) {
@@ -151,10 +152,12 @@ CErrorPtr CAudioParamData::load(CInputStream& in)
             return QEL_ERROR(CString(), "@qelstr_CAudioParamData_load_TypeError Unknown data type %1 encountered",
                              CString::number(type));
         QEL_RETURN_IF_ERROR(item->load(in), CString());
-        m_items[id] = std::move(item);
-        if (id > m_lastId)
-            m_lastId = id;
+        items[id] = std::move(item);
+        if (id > lastId)
+            lastId = id;
     }
+    m_items.swap(items);
+    m_lastId = lastId;
     return nullptr;
 }
 

@@ -7,6 +7,8 @@
 #include "Core/CObject.h"
 #include "Core/CPtrArray.h"
 
+#include <utility>
+
 namespace qel {
 namespace {
 
@@ -219,61 +221,61 @@ CErrorPtr CAudioParamInfo::save(COutputStream& out) const
 
 CErrorPtr CAudioParamInfo::load(CInputStream& in, const CObject& resolveFrom)
 {
+    // Read into a fresh record and taken over at the end: damaged data, or a converter this
+    // side doesn't have, leaves this one as it was.
+    CAudioParamInfo next;
     uint32_t version = 0;
     QEL_RETURN_IF_ERROR(in.readU32(version), CString());
     if (version != kInfoVersion)
         return QEL_ERROR(CString(), "@qelstr_CAudioParamInfo_load_VersionError Unsupported data set version %1.",
                          CString::number(version));
     uint32_t size = 0;
-    QEL_RETURN_IF_ERROR(in.readBool(isGlobal), CString());
-    QEL_RETURN_IF_ERROR(in.readBool(isStorable), CString());
-    QEL_RETURN_IF_ERROR(in.readBool(isPersistent), CString());
-    QEL_RETURN_IF_ERROR(in.readString(visualName), CString());
-    QEL_RETURN_IF_ERROR(in.readString(fullName), CString());
-    QEL_RETURN_IF_ERROR(in.readString(registryName), CString());
+    QEL_RETURN_IF_ERROR(in.readBool(next.isGlobal), CString());
+    QEL_RETURN_IF_ERROR(in.readBool(next.isStorable), CString());
+    QEL_RETURN_IF_ERROR(in.readBool(next.isPersistent), CString());
+    QEL_RETURN_IF_ERROR(in.readString(next.visualName), CString());
+    QEL_RETURN_IF_ERROR(in.readString(next.fullName), CString());
+    QEL_RETURN_IF_ERROR(in.readString(next.registryName), CString());
     QEL_RETURN_IF_ERROR(in.readU32(size), CString());
-    QEL_RETURN_IF_ERROR(in.readU32(dataType), CString());
-    QEL_RETURN_IF_ERROR(in.readBool(isSingleGroup), CString());
-    QEL_RETURN_IF_ERROR(in.readBool(isSingleElement), CString());
+    QEL_RETURN_IF_ERROR(in.readU32(next.dataType), CString());
+    QEL_RETURN_IF_ERROR(in.readBool(next.isSingleGroup), CString());
+    QEL_RETURN_IF_ERROR(in.readBool(next.isSingleElement), CString());
     // An element of more values than a stream could hold is damage, not a format.
-    if (size < 1 || size > 1024 || dataType > CAudioParamStorage::Raw)
+    if (size < 1 || size > 1024 || next.dataType > CAudioParamStorage::Raw)
         return QEL_ERROR(CString(), "@qelstr_CAudioParamStorage_load_FormatError Unsupported storage format (esize=%1, dtype=%2; should be: esize=%3, dtype=%4).",
-                         CString::number(size), CString::number(dataType), CString::number(size), CString::number(0));
-    elementSize = int32_t(size);
-    converterNames.assign(size, CString());
-    minValues.assign(size, 0.0);
-    maxValues.assign(size, 0.0);
+                         CString::number(size), CString::number(next.dataType), CString::number(size), CString::number(0));
+    next.elementSize = int32_t(size);
+    next.converterNames.assign(size, CString());
+    next.minValues.assign(size, 0.0);
+    next.maxValues.assign(size, 0.0);
     for (uint32_t pos = 0; pos < size; ++pos) {
-        QEL_RETURN_IF_ERROR(in.readString(converterNames[pos]), CString());
-        QEL_RETURN_IF_ERROR(in.readDouble(minValues[pos]), CString());
-        QEL_RETURN_IF_ERROR(in.readDouble(maxValues[pos]), CString());
+        QEL_RETURN_IF_ERROR(in.readString(next.converterNames[pos]), CString());
+        QEL_RETURN_IF_ERROR(in.readDouble(next.minValues[pos]), CString());
+        QEL_RETURN_IF_ERROR(in.readDouble(next.maxValues[pos]), CString());
     }
     uint32_t count = 0;
     QEL_RETURN_IF_ERROR(in.readU32(count), CString());
-    stateNames.clear();
-    shortStateNames.clear();
     for (uint32_t i = 0; i < count; ++i) {
         CString longName, shortName;
         QEL_RETURN_IF_ERROR(in.readString(longName), CString());
         QEL_RETURN_IF_ERROR(in.readString(shortName), CString());
-        stateNames.push_back(longName);
-        shortStateNames.push_back(shortName);
+        next.stateNames.push_back(longName);
+        next.shortStateNames.push_back(shortName);
     }
     QEL_RETURN_IF_ERROR(in.readU32(count), CString());
-    switchValues.clear();
-    switchNames.clear();
     for (uint32_t i = 0; i < count; ++i) {
         double value = 0;
         CString name;
         QEL_RETURN_IF_ERROR(in.readDouble(value), CString());
         QEL_RETURN_IF_ERROR(in.readString(name), CString());
-        switchValues.push_back(value);
-        switchNames.push_back(name);
+        next.switchValues.push_back(value);
+        next.switchNames.push_back(name);
     }
-    defaults.setFormat(*this);
-    QEL_RETURN_IF_ERROR(defaults.load(in), CString());
-    QEL_RETURN_IF_ERROR(parseConverterNames(resolveFrom), CString());
-    defaults.adoptGroupZeroAsDefaults();
+    next.defaults.setFormat(next);
+    QEL_RETURN_IF_ERROR(next.defaults.load(in), CString());
+    QEL_RETURN_IF_ERROR(next.parseConverterNames(resolveFrom), CString());
+    next.defaults.adoptGroupZeroAsDefaults();
+    *this = std::move(next);
     return nullptr;
 }
 

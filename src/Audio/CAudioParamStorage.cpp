@@ -301,21 +301,25 @@ CErrorPtr CAudioParamStorage::save(COutputStream& out, int32_t group) const
     QEL_RETURN_IF_ERROR(out.writeU32(uint32_t(m_elementSize)), CString());
     QEL_RETURN_IF_ERROR(out.writeU32(m_dataType), CString());
     QEL_RETURN_IF_ERROR(out.writeU32(uint32_t(last > first ? last - first : 0)), CString());
+    // groupValues and elementCount map a single-group storage's groups onto group 0.
     if (m_dataType == Float) {
         for (int32_t g = first; g < last; ++g) {
             const int32_t count = elementCount(g);
+            const double* values = groupValues(g);
             QEL_RETURN_IF_ERROR(out.writeU32(uint32_t(count)), CString());
             for (int32_t i = 0; i < count * m_elementSize; ++i)
-                QEL_RETURN_IF_ERROR(out.writeDouble(m_groupValues[g][i]), CString());
+                QEL_RETURN_IF_ERROR(out.writeDouble(values[i]), CString());
         }
         return nullptr;
     }
     // Only the items in use, renumbered from 1 in the order of the values.
     CAudioParamData table;
     std::vector<uint32_t> ids;
-    for (int32_t g = first; g < last; ++g)
+    for (int32_t g = first; g < last; ++g) {
+        const double* values = groupValues(g);
         for (int32_t i = 0; i < elementCount(g) * m_elementSize; ++i)
-            ids.push_back(table.copyItem(uint32_t(idOf(m_groupValues[g][i])), m_data));
+            ids.push_back(table.copyItem(uint32_t(idOf(values[i])), m_data));
+    }
     QEL_RETURN_IF_ERROR(table.save(out), CString());
     size_t next = 0;
     for (int32_t g = first; g < last; ++g) {
@@ -329,11 +333,6 @@ CErrorPtr CAudioParamStorage::save(COutputStream& out, int32_t group) const
 
 CErrorPtr CAudioParamStorage::load(CInputStream& in)
 {
-    if (m_dataType != Float)
-        for (int32_t g = 0; g < groupCount(); ++g)
-            releaseItems(g, 0, elementCount(g));
-    for (auto& values : m_groupValues)
-        values.clear();
     uint32_t version = 0, elementSize = 0, dataType = 0, groups = 0;
     QEL_RETURN_IF_ERROR(in.readU32(version), CString());
     if (version != kStorageVersion)
@@ -350,14 +349,15 @@ CErrorPtr CAudioParamStorage::load(CInputStream& in)
     if (groups > 4096)
         return QEL_ERROR(CString(), "@qelstr_CAudioParamStorage_load_GroupCount Unsupported group count %1.",
                          CString::number(groups));
-    setGroupCount(int32_t(groups));
+    // Everything is read aside first: damaged data must leave the values as they were.
     CAudioParamData table;
     if (m_dataType != Float)
         QEL_RETURN_IF_ERROR(table.load(in), CString());
-    for (uint32_t g = 0; g < groups; ++g) {
+    std::vector<std::vector<double>> loaded(groups);
+    for (auto& values : loaded) {
         uint32_t count = 0;
         QEL_RETURN_IF_ERROR(in.readU32(count), CString());
-        auto& values = m_groupValues[g];
+        // Grows with what arrives, so a damaged count can't ask for gigabytes up front.
         for (uint64_t i = 0; i < uint64_t(count) * uint64_t(m_elementSize); ++i) {
             if (m_dataType == Float) {
                 double v = 0;
@@ -366,9 +366,25 @@ CErrorPtr CAudioParamStorage::load(CInputStream& in)
             } else {
                 uint32_t id = 0;
                 QEL_RETURN_IF_ERROR(in.readU32(id), CString());
-                values.push_back(double(m_data.copyItem(id, table)));
+                values.push_back(double(id));
             }
         }
+    }
+
+    if (m_dataType != Float)
+        for (int32_t g = 0; g < groupCount(); ++g)
+            releaseItems(g, 0, elementCount(g));
+    for (auto& values : m_groupValues)
+        values.clear();
+    setGroupCount(int32_t(groups));
+    for (uint32_t g = 0; g < groups; ++g) {
+        auto& values = m_groupValues[g];
+        if (m_dataType == Float) {
+            values = loaded[g];
+            continue;
+        }
+        for (double id : loaded[g])
+            values.push_back(double(m_data.copyItem(uint32_t(id), table)));
     }
     return nullptr;
 }
