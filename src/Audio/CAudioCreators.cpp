@@ -5,6 +5,9 @@
 #include "Audio/CAudioExtParam.h"
 #include "Audio/CAudioParamCollector.h"
 #include "Audio/CAudioParamDef.h"
+#include "Audio/CAudioProcessBypassStateDef.h"
+#include "Audio/CAudioProcessDef.h"
+#include "Audio/CAudioProcessLinkDef.h"
 #include "Audio/Converters/CAudioParamConverterBW.h"
 #include "Audio/Converters/CAudioParamConverterEnum.h"
 #include "Audio/Converters/CAudioParamConverterFreq.h"
@@ -34,6 +37,9 @@ const CCreatorRow kAudioCreatorRows[] = {
     creatorRow<CAudioExtParam>("audio:ext-param"),
     creatorRow<CAudioExtParamList>("audio:ext-param-list"),
     creatorRow<CAudioCCTable>("audio:cctable"),
+    creatorRow<CAudioProcessDef>("audio:process-def"),
+    creatorRow<CAudioProcessLinkDef>("audio:process-link"),
+    creatorRow<CAudioProcessBypassStateDef>("audio:process-bypass-state"),
     {nullptr, nullptr, nullptr},
 };
 

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "Core/CMap.h"
+#include "Core/CObject.h"
+#include "Core/CPtrArray.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace qel {
+
+class CAudioParamAllocDef;
+class CAudioParamDef;
+
+// Sorts what a process definition says about parameters out of its children, once they
+// all exist. Parameters are kept with the path by which the process names them: "." and
+// the parameter's own name, or "." group "." name for one inside a plain core:object
+// group, so that the path rules of the process resolve them beside its full name.
+class CAudioProcessDefBaseInit : public CObject
+{
+public:
+    // Remaps, shared storages and parameter filters are filed by tag and held as plain
+    // objects until their definition classes exist; these aliases are then retargeted and
+    // the tag tests in fileParamChild become casts.
+    using CParamRemapDefSlot = CObject;
+    using CParamSharedStorageSlot = CObject;
+    using CParamFilterDefSlot = CObject;
+
+    template <class T>
+    struct CPathEntry
+    {
+        CString path;
+        T* object = nullptr;
+    };
+
+    static void initClassInfo(CClassInfo& info) { CObject::initClassInfo(info); }
+    CErrorPtr initChilds() override;
+
+    // By slot index; a later row with the same index replaced an earlier one.
+    const CMap<int32_t, CAudioParamAllocDef*>& paramAllocs() const { return m_paramAllocs; }
+    const std::vector<CPathEntry<CAudioParamDef>>& params() const { return m_params; }
+    const CPtrArray<CParamRemapDefSlot>& remaps() const { return m_remaps; }
+    const std::vector<CPathEntry<CParamSharedStorageSlot>>& sharedStorages() const { return m_sharedStorages; }
+    const CPtrArray<CParamFilterDefSlot>& paramFilters() const { return m_paramFilters; }
+
+private:
+    // Files a parameter, a shared storage or a filter; `groupPath` is empty at the top
+    // level, else "." and the group's name. Returns whether the child was one of them.
+    bool fileParamChild(CObject* object, const CString& groupPath);
+
+    CMap<int32_t, CAudioParamAllocDef*> m_paramAllocs;
+    std::vector<CPathEntry<CAudioParamDef>> m_params;
+    CPtrArray<CParamRemapDefSlot> m_remaps;
+    std::vector<CPathEntry<CParamSharedStorageSlot>> m_sharedStorages;
+    CPtrArray<CParamFilterDefSlot> m_paramFilters;
+};
+
+} // namespace qel
