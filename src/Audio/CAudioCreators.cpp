@@ -17,6 +17,11 @@
 #include "Audio/Converters/CAudioParamConverterReal.h"
 #include "Audio/Converters/CAudioParamConverterText.h"
 #include "Audio/Converters/CAudioParamConverterTime.h"
+#include "Audio/Processes/CModBypassDef.h"
+#include "Audio/Processes/CModGainDef.h"
+#include "Audio/Processes/CModNodeDef.h"
+#include "Audio/Processes/CModOutputDef.h"
+#include "Audio/Processes/CModProcessSwitchDef.h"
 
 namespace qel {
 
@@ -40,6 +45,11 @@ const CCreatorRow kAudioCreatorRows[] = {
     creatorRow<CAudioProcessDef>("audio:process-def"),
     creatorRow<CAudioProcessLinkDef>("audio:process-link"),
     creatorRow<CAudioProcessBypassStateDef>("audio:process-bypass-state"),
+    creatorRow<CModNodeDef>("audio:modNode"),
+    creatorRow<CModOutputDef>("audio:modOutput"),
+    creatorRow<CModGainDef>("audio:modGain"),
+    creatorRow<CModBypassDef>("audio:modBypass"),
+    creatorRow<CModProcessSwitchDef>("audio:modProcessSwitch"),
     {nullptr, nullptr, nullptr},
 };
 

@@ -1,7 +1,10 @@
 #include "Audio/CAudioProcessDef.h"
 
+#include "Audio/CAudioProcess.h"
 #include "Audio/CAudioProcessBypassStateDef.h"
 #include "Audio/CAudioProcessLinkDef.h"
+
+#include <new>
 
 namespace qel {
 
@@ -11,6 +14,8 @@ CErrorPtr CAudioProcessDef::init()
     m_isAutoLinks = getAttrBool(CString("is-auto-links"));
     return nullptr;
 }
+
+CAudioProcessBase* CAudioProcessDef::newProcess() const { return new (std::nothrow) CAudioProcess(); }
 
 CErrorPtr CAudioProcessDef::initChilds()
 {

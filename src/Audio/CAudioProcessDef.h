@@ -29,6 +29,9 @@ public:
     const CMap<int32_t, CPtrArray<CAudioProcessLinkDef>>& linksByState() const { return m_linksByState; }
     const CPtrArray<CAudioProcessBypassStateDef>& bypassStates() const { return m_bypassStates; }
 
+protected:
+    CAudioProcessBase* newProcess() const override;
+
 private:
     bool m_isAutoLinks = false;
     CPtrArray<CAudioProcessDefBase> m_processes;

@@ -1,5 +1,12 @@
 #include "Audio/CAudioProcessDefBase.h"
 
+#include "Audio/CAudioEnv.h"
+#include "Audio/CAudioParamCollector.h"
+#include "Audio/CAudioParamDef.h"
+#include "Audio/CAudioProcessBase.h"
+
+#include <memory>
+
 namespace qel {
 
 CErrorPtr CAudioProcessDefBase::init()
@@ -36,11 +43,50 @@ CErrorPtr CAudioProcessDefBase::init()
     return nullptr;
 }
 
-CErrorPtr CAudioProcessDefBase::createProcess(CAudioProcess*& outProcess, CAudioProcess*, const CString&, CAudioEnv*,
-                                              int32_t, int32_t, CSampleBufferPool*, bool, bool) const
+CErrorPtr CAudioProcessDefBase::createProcess(CAudioProcessBase*& outProcess, CAudioProcessBase* parent,
+                                              const CString& fullName, CAudioEnv* env, int32_t group, int32_t element,
+                                              CSampleBufferPool* pool, bool skipStack, bool skipMultiband) const
+{
+    outProcess = nullptr;
+    if (m_isMultiband && !skipMultiband)
+        return createMultiband(outProcess);
+    if (m_isStacked && !skipStack)
+        return createStack(outProcess);
+    std::unique_ptr<CAudioProcessBase> process(newProcess());
+    if (!process)
+        return QEL_ERROR(getFullName(), "@qelstr_CAudioProcessDefBase_createProcess_NotAvailable Audio process creation is not available.");
+    process->setup(this, parent, fullName, env, group, m_stackIndexShift + element, pool);
+    attachParamDefs(env, fullName);
+    // Remaps and parameter filters join here once their definition classes exist.
+    QEL_RETURN_IF_ERROR(process->init(), fullName);
+    outProcess = process.release();
+    return nullptr;
+}
+
+CErrorPtr CAudioProcessDefBase::createStack(CAudioProcessBase*& outProcess) const
 {
     outProcess = nullptr;
     return QEL_ERROR(getFullName(), "@qelstr_CAudioProcessDefBase_createProcess_NotAvailable Audio process creation is not available.");
+}
+
+CErrorPtr CAudioProcessDefBase::createMultiband(CAudioProcessBase*& outProcess) const
+{
+    outProcess = nullptr;
+    return QEL_ERROR(getFullName(), "@qelstr_CAudioProcessDefBase_createProcess_NotAvailable Audio process creation is not available.");
+}
+
+CAudioProcessBase* CAudioProcessDefBase::newProcess() const { return nullptr; }
+
+void CAudioProcessDefBase::attachParamDefs(CAudioEnv* env, const CString& fullName) const
+{
+    CAudioParamCollector* collector = env ? env->paramCollector() : nullptr;
+    if (!collector)
+        return;
+    // Every instance attaches the same definition; after the first this changes nothing.
+    for (const auto& entry : params()) {
+        CAudioParamUpdateContext context;
+        collector->getParam(resolveParamPath(fullName, entry.path))->attachDefinition(&entry.object->info(), context);
+    }
 }
 
 CString CAudioProcessDefBase::resolveParamPath(const CString& baseName, const CString& path)

@@ -7,7 +7,7 @@
 namespace qel {
 
 class CAudioEnv;
-class CAudioProcess;
+class CAudioProcessBase;
 class CSampleBufferPool;
 
 // What every process definition says, composite or leaf. An absent attribute reads as 0,
@@ -24,11 +24,15 @@ public:
     static void initClassInfo(CClassInfo& info) { CAudioProcessDefBaseInit::initClassInfo(info); }
     CErrorPtr init() override;
 
-    // The factory the planner calls. The last slot of the class. Until the execution
-    // engine exists no definition can make a process, and this says so.
-    virtual CErrorPtr createProcess(CAudioProcess*& outProcess, CAudioProcess* parent, const CString& namePrefix,
-                                    CAudioEnv* env, int32_t group, int32_t element, CSampleBufferPool* pool,
-                                    bool skipStack, bool skipMultiband) const;
+    // Set-up thread: makes, names and initialises the process this definition describes,
+    // under the dotted `fullName` its parameter paths are resolved against. A stacked or
+    // multiband definition makes its wrapper unless the caller asks to skip it, as those
+    // wrappers do for their inner instances. The parameters the definition holds are
+    // attached in the environment's collector before the process binds its own.
+    // The caller owns what comes back in `outProcess`.
+    CErrorPtr createProcess(CAudioProcessBase*& outProcess, CAudioProcessBase* parent, const CString& fullName,
+                            CAudioEnv* env, int32_t group, int32_t element, CSampleBufferPool* pool, bool skipStack,
+                            bool skipMultiband) const;
 
     // A parameter path as a process's definition writes it, resolved against the
     // process's dotted full name: "/x" is absolute; each leading '^' drops the last
@@ -58,7 +62,17 @@ public:
     InputComboMode inputComboMode() const { return m_inputComboMode; }
     double xfadeLengthSec() const { return m_xfadeLengthSec; }
 
+protected:
+    // The class's own process, not yet initialised: the last virtual slot. Null for a
+    // definition that makes none.
+    virtual CAudioProcessBase* newProcess() const;
+
 private:
+    // Where the wrappers of stacks and multiband processes will be made.
+    CErrorPtr createStack(CAudioProcessBase*& outProcess) const;
+    CErrorPtr createMultiband(CAudioProcessBase*& outProcess) const;
+    void attachParamDefs(CAudioEnv* env, const CString& fullName) const;
+
     bool m_isSmoothUpdate = false;
     bool m_isMultiband = false;
     CString m_multibandPtPorts;

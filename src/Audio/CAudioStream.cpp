@@ -78,10 +78,21 @@ bool CAudioStream::runDelays()
     bool isOk = true;
     for (int32_t i = 0; i < channelCount; ++i) {
         CChannel& c = channels[i];
-        if (CDSPModDelay* delay = delays[c.key()].get())
+        CDSPModDelay* delay = delays[c.key()].get();
+        // A line stays once made, so that alignment coming back costs no allocation; while
+        // it would only copy, skipping it leaves its history stale, which the next length
+        // change never reads: a longer delay first waits for samples it wrote itself.
+        if (delay && (delay->delay() != 0 || delay->isChanging()))
             isOk = delay->process(c.buffer, blockLength) && isOk;
     }
     return isOk;
+}
+
+void CAudioStream::clear()
+{
+    resetDelays();
+    setFormat(0.0, nullptr, 0);
+    blockLength = 0;
 }
 
 void CAudioStream::releaseBuffers()

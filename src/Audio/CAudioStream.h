@@ -41,6 +41,9 @@ struct CAudioStream
     };
 
     int32_t destPort = 0;
+    // The producer's output port this stream takes: the producer publishes the records of
+    // that port only, re-keyed to destPort, so that the consumer finds them on its own port.
+    int32_t srcPort = 0;
     int32_t* ownerDirty = nullptr;
     double sampleRate = 0.0;
     int32_t channelCount = 0;
@@ -76,9 +79,14 @@ struct CAudioStream
     void dropDelay(int32_t key) { delays[key].reset(); }
     void resetDelays();
 
-    // Runs the delay of every channel that has one over this block's buffers. False when
-    // the pool ran out of memory for one of them.
+    // Runs the delay of every channel that has one over this block's buffers. A line that
+    // sits at 0 with no fade under way passes its channel untouched. False when the pool
+    // ran out of memory for one of them.
     bool runDelays();
+
+    // Back to a stream that was never used: no format, no buffers, every line re-armed
+    // (lines are kept, so that reconnecting costs no allocation). The owner hears of it.
+    void clear();
 
     // Drops the reference of every record on its buffer.
     void releaseBuffers();

@@ -53,6 +53,24 @@ public:
     // s of the next sample: the old signal's weight is 0.5 + level().
     double level() const { return m_s; }
 
+    // Moves on by n samples without mixing anything, exactly as run would: one fade can
+    // then be run from copies for several channels and advanced once.
+    void skip(int32_t n) noexcept
+    {
+        const int32_t fade = n < m_remaining ? n : m_remaining;
+        const double c = m_coef;
+        double s = m_s;
+        double sPrev = m_sPrev;
+        for (int32_t i = 0; i < fade; ++i) {
+            const double next = c * s - sPrev;
+            sPrev = s;
+            s = next;
+        }
+        m_s = s;
+        m_sPrev = sPrev;
+        m_remaining -= fade;
+    }
+
     // Mixes the next min(n, remaining()) samples and copies `newIn` for the rest. `out` may
     // be `oldIn` or `newIn`, so callers can fade in place; no __restrict for that reason, and
     // the recurrence serialises the loop anyway.

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "Audio/CAudioModule.h"
+#include "Audio/CAudioProcessBase.h"
+#include "Audio/CXFadeKernel.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace qel {
+
+// A leaf process: runs CAudioModule objects, one per channel of its port 0 (or one for all
+// of them with `is-terminal-whole`), and hands their outputs on with the module's latency
+// added to its own.
+//
+// A smooth update (the definition's `is-smooth-update`, or a param-alloc row's) never
+// changes a module that is playing: a second module takes the new parameters and the slot
+// crossfades to it, over the raised cosine of CXFadeKernel, after waiting out the new
+// module's own latency. A timer of that length then retires the old module to the free
+// list. A change that arrives while a slot fades waits for that fade to end and then starts
+// the next one with the newest values: restarting halfway would jump, and keeping three
+// modules in play would have no bound under steady automation.
+//
+// Modules come from a free list filled at set-up for kPreparedChannels channels (twice for
+// a smooth leaf), so channels coming and going, bypass toggles and fades cost no
+// allocation; only a layout wider than that makes more on the audio thread, once.
+class CAudioProcessTerminalBase : public CAudioProcessBase
+{
+public:
+    // The channels a host hands the product at most.
+    static constexpr int32_t kPreparedChannels = 8;
+
+    CAudioProcessTerminalBase();
+    ~CAudioProcessTerminalBase() override;
+
+    CErrorPtr init() override;
+    void reset() override;
+    void update() override;
+    void process() override;
+    void release() override;
+    void flushDiagnostics() override;
+
+    // A module's slot has no param-alloc row. Any thread; logged by flushDiagnostics.
+    void noteMissingParam(int32_t index);
+
+    // ---- for tests and diagnostics
+    int32_t slotCount() const { return m_slotCount; }
+    CAudioModule* currentModule(int32_t slot) const { return m_slots[slot].current; }
+    bool isFading(int32_t slot) const { return m_slots[slot].isFading; }
+    int32_t moduleCount() const { return int32_t(m_modules.size()); }
+    int32_t freeModuleCount() const { return int32_t(m_free.size()); }
+
+protected:
+    // The eighth virtual operation of the template: a new module of the leaf's type.
+    virtual CAudioModule* createModule() = 0;
+    virtual void runModule(CAudioModule& module, int32_t n) = 0;
+
+private:
+    struct CSlot
+    {
+        CAudioModule* current = nullptr;
+        CAudioModule* old = nullptr; // the module faded out, until the timer retires it
+        CXFadeKernel fade;
+        int32_t wait = 0;            // samples of the old output still to copy before the fade
+        bool isFading = false;
+        bool hasPendingChange = false;
+        uint8_t timerFired = 0;
+    };
+
+    CAudioModule* makeModule();
+    CAudioModule* takeModule();
+    void giveBack(CAudioModule* module);
+    void retireFades();
+    void rebuildModules();
+    void prepareModule(CAudioModule& module, const CAudioModule::CChannel* channels, int32_t count, bool isNew);
+    void startFade(CSlot& slot);
+    double* mixFade(const CSlot& slot, CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n);
+    void buildOutputTable();
+    bool isSmoothLeaf() const;
+
+    std::vector<std::unique_ptr<CAudioModule>> m_modules;
+    std::vector<CAudioModule*> m_free;
+    CSlot m_slots[CAudioPort::kMaxChannels];
+    int32_t m_slotCount = 0;
+    double m_xfadeSeconds = 0.015;
+    std::atomic<uint64_t> m_missingParams{0};
+    uint64_t m_loggedParams = 0;
+};
+
+} // namespace qel

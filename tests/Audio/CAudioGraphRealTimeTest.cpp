@@ -1,0 +1,237 @@
+// A long run of a graph on an audio thread of its own while another thread automates its
+// parameters and toggles its bypasses: after a warm-up that toggles everything each way,
+// the audio thread must not allocate, free or lock. This program replaces the global
+// operator new and the C allocation and mutex entry points to count them per thread. The
+// sanitizer builds bring their own allocator (QEL_ASAN, QEL_TSAN): there the run still
+// checks its output, and the counts are skipped.
+
+#include "GraphTestSupport.h"
+
+#include "Audio/CAudioProcessTerminalBase.h"
+#include "Audio/Processes/CModProcessSwitch.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <new>
+#include <pthread.h>
+#include <thread>
+
+namespace {
+thread_local bool t_counting = false;
+thread_local size_t t_news = 0;
+thread_local size_t t_mallocs = 0;
+thread_local size_t t_frees = 0;
+thread_local size_t t_locks = 0;
+} // namespace
+
+#if !defined(QEL_TSAN) && !defined(QEL_ASAN)
+#define QEL_COUNTING 1
+extern "C" {
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* p, size_t size);
+void* __libc_memalign(size_t alignment, size_t size);
+void __libc_free(void* p);
+
+void* malloc(size_t size)
+{
+    t_mallocs += t_counting ? 1 : 0;
+    return __libc_malloc(size);
+}
+void* calloc(size_t count, size_t size)
+{
+    t_mallocs += t_counting ? 1 : 0;
+    return __libc_calloc(count, size);
+}
+void* realloc(void* p, size_t size)
+{
+    t_mallocs += t_counting ? 1 : 0;
+    return __libc_realloc(p, size);
+}
+void* aligned_alloc(size_t alignment, size_t size)
+{
+    t_mallocs += t_counting ? 1 : 0;
+    return __libc_memalign(alignment, size);
+}
+int posix_memalign(void** out, size_t alignment, size_t size)
+{
+    t_mallocs += t_counting ? 1 : 0;
+    *out = __libc_memalign(alignment, size);
+    return *out ? 0 : ENOMEM;
+}
+void free(void* p)
+{
+    t_frees += t_counting && p ? 1 : 0;
+    __libc_free(p);
+}
+// The C library's own lock, found on first use. No function-local static: its guard
+// could itself lock.
+static std::atomic<int (*)(pthread_mutex_t*)> s_realLock{nullptr};
+int pthread_mutex_lock(pthread_mutex_t* mutex)
+{
+    t_locks += t_counting ? 1 : 0;
+    auto* lock = s_realLock.load(std::memory_order_acquire);
+    if (!lock) {
+        lock = reinterpret_cast<int (*)(pthread_mutex_t*)>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+        s_realLock.store(lock, std::memory_order_release);
+    }
+    return lock(mutex);
+}
+}
+
+static void* countedNew(std::size_t size)
+{
+    t_news += t_counting ? 1 : 0;
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void* operator new(std::size_t size) { return countedNew(size); }
+void* operator new[](std::size_t size) { return countedNew(size); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+#endif
+
+using namespace qel;
+using namespace qel::test;
+
+namespace qel {
+extern const CResourceRow kProcessGraphRealTimeDefinitions[];
+}
+
+namespace {
+
+class GraphRealTime : public GraphFixture
+{
+protected:
+    GraphRealTime() : GraphFixture(kProcessGraphRealTimeDefinitions) {}
+};
+
+TEST_F(GraphRealTime, SteadyStateAllocatesAndLocksNothing)
+{
+    constexpr int32_t kChannels = 8;
+    constexpr int32_t kBlock = 128;
+    constexpr int kBlocks = 4000;
+    constexpr int kWarmUp = 400;
+    Graph& g = build("busy", {0, 0, 1, 1, 2, 2, 3, 3}, 48000.0);
+    m_env->setActive(true);
+
+    const Signal in = tones(kChannels, size_t(kBlock) * 64, 48000.0);
+    std::atomic<int> requested{0};
+    std::atomic<int> done{0};
+    std::atomic<bool> isFinite{true};
+    size_t news = 0, mallocs = 0, frees = 0, locks = 0;
+    // What the run went through after the warm-up: each latency the toggles make, and fades.
+    std::vector<int32_t> latencies;
+    latencies.reserve(64);
+    int fadingBlocks = 0;
+    auto& byp = g.child<CAudioProcessTerminalBase>("byp");
+    std::thread audio([&] {
+        for (int block = 0; block < kBlocks; ++block) {
+            while (requested.load(std::memory_order_acquire) <= block)
+                std::this_thread::yield();
+            t_counting = block >= kWarmUp;
+            // As the wrapper's block: changes, input, graph. Only the graph must not lock;
+            // taking the queue costs the wrapper one short lock.
+            CAudioParamQueuedChange* list = m_collector->takePendingChanges();
+            CAudioParamCollector::applyPendingChanges(list);
+            CAudioParamQueuedChange::freeList(list);
+            const size_t offset = size_t(block % 64) * kBlock;
+            for (int32_t c = 0; c < kChannels; ++c) {
+                double* buffer = g.pool.take(kBlock);
+                std::copy(in[size_t(c)].begin() + std::ptrdiff_t(offset), in[size_t(c)].begin() + std::ptrdiff_t(offset) + kBlock, buffer);
+                CSampleBufferPool::release(g.input.channels[c].buffer);
+                g.input.channels[c].buffer = buffer;
+            }
+            g.input.blockLength = kBlock;
+            const size_t locksBefore = t_locks;
+            g.root->process();
+            g.output->process();
+            locks += t_locks - locksBefore;
+            t_locks = locksBefore;
+            const CAudioPort& out = g.output->port(0);
+            bool finite = out.channelCount == kChannels;
+            for (int32_t c = 0; c < out.channelCount; ++c)
+                for (int32_t i = 0; i < kBlock && out.channels[c].buffer; ++i)
+                    finite = finite && std::fabs(out.channels[c].buffer[i]) < 10.0;
+            if (!finite)
+                isFinite.store(false);
+            if (block >= kWarmUp) {
+                if (std::find(latencies.begin(), latencies.end(), m_env->latency()) == latencies.end())
+                    latencies.push_back(m_env->latency());
+                fadingBlocks += byp.isFading(0) || byp.isFading(2) || byp.isFading(4) || byp.isFading(6);
+            }
+            t_counting = false;
+            done.store(block + 1, std::memory_order_release);
+        }
+        news = t_news;
+        mallocs = t_mallocs;
+        frees = t_frees;
+    });
+
+    // The host's side: values only, and every kind of toggle, each at its own pace.
+    for (int block = 0; block < kBlocks; ++block) {
+        for (int32_t group = 0; group < 4; ++group) {
+            set("busy.g1.gain", 0.5 + 0.4 * std::sin(0.05 * block + group), group);
+            set("busy.inner.p.gain", 1.0 + 0.5 * std::cos(0.03 * block), group);
+        }
+        if (block % 97 == 0)
+            set("busy.skip", (block / 97) % 2);
+        if (block % 61 == 0)
+            set("busy.byp.enable", (block / 61) % 2, (block / 122) % 4);
+        if (block % 131 == 0)
+            set("busy.sw.index", (block / 131) % 2);
+        if (block % 173 == 0)
+            set("busy.byp.solo", (block / 173) % 2, 1);
+        requested.store(block + 1, std::memory_order_release);
+        while (done.load(std::memory_order_acquire) <= block)
+            std::this_thread::yield();
+    }
+    audio.join();
+    m_env->setActive(false);
+
+    EXPECT_TRUE(isFinite.load());
+    // The inner paths' 8, with the bypassable 32 and the switch's 16 each in or out.
+    std::sort(latencies.begin(), latencies.end());
+    EXPECT_EQ(latencies, (std::vector<int32_t>{8, 24, 40, 56}));
+    EXPECT_GT(fadingBlocks, 100);
+    EXPECT_EQ(g.composite().lateLinkEntryCount(), 0);
+    EXPECT_EQ(g.child<CModProcessSwitch>("sw").preparedInstanceCount(), 2);
+#ifdef QEL_COUNTING
+    EXPECT_EQ(news, 0u);
+    EXPECT_EQ(mallocs, 0u);
+    EXPECT_EQ(frees, 0u);
+    EXPECT_EQ(locks, 0u);
+#else
+    (void)news, (void)mallocs, (void)frees, (void)locks;
+    GTEST_SKIP() << "the sanitizer's allocator is not counted";
+#endif
+}
+
+// The counting itself works: a lock and an allocation on a counting thread are seen.
+TEST(GraphRealTimeCounting, SeesWhatItCounts)
+{
+#ifndef QEL_COUNTING
+    GTEST_SKIP() << "the sanitizer's allocator is not counted";
+#else
+    std::mutex lock;
+    t_counting = true;
+    const size_t news = t_news, mallocs = t_mallocs, locks = t_locks;
+    auto* p = new int(3);
+    void* q = std::malloc(16);
+    lock.lock();
+    lock.unlock();
+    t_counting = false;
+    std::free(q);
+    delete p;
+    EXPECT_EQ(t_news - news, 1u);
+    EXPECT_EQ(t_mallocs - mallocs, 2u);
+    EXPECT_EQ(t_locks - locks, 1u);
+#endif
+}
+
+} // namespace
