@@ -11,6 +11,7 @@ build_packages=(
 )
 test_packages=(
   libgtest-dev libbenchmark-dev libclang-rt-14-dev xvfb
+  ardour
 )
 
 wanted=("${build_packages[@]}")

@@ -17,11 +17,24 @@
 #include "Audio/Converters/CAudioParamConverterReal.h"
 #include "Audio/Converters/CAudioParamConverterText.h"
 #include "Audio/Converters/CAudioParamConverterTime.h"
+#include "Audio/Filters/CAudioFilterBypassGen.h"
+#include "Audio/Filters/CAudioFilterFIRLPGen.h"
+#include "Audio/Filters/CAudioFilterGenArray.h"
+#include "Audio/Filters/CAudioFilterGenArrayItem.h"
+#include "Audio/Filters/CAudioFilterHBFGen.h"
+#include "Audio/Filters/CAudioFilterLPHP1Gen.h"
+#include "Audio/Filters/CAudioFilterMagnusGen.h"
+#include "Audio/Filters/CAudioFilterRBJGen.h"
+#include "Audio/Filters/CAudioFilterSerialGen.h"
+#include "Audio/Filters/CAudioFilterSerialGenItem.h"
+#include "Audio/Processes/CModFilterIIRDef.h"
 #include "Audio/Processes/CModBypassDef.h"
 #include "Audio/Processes/CModGainDef.h"
+#include "Audio/Processes/CModGlowCoreDef.h"
 #include "Audio/Processes/CModNodeDef.h"
 #include "Audio/Processes/CModOutputDef.h"
 #include "Audio/Processes/CModProcessSwitchDef.h"
+#include "Audio/Processes/CModSatEBDef.h"
 
 namespace qel {
 
@@ -50,6 +63,19 @@ const CCreatorRow kAudioCreatorRows[] = {
     creatorRow<CModGainDef>("audio:modGain"),
     creatorRow<CModBypassDef>("audio:modBypass"),
     creatorRow<CModProcessSwitchDef>("audio:modProcessSwitch"),
+    creatorRow<CModSatEBDef>("audio:modSatEB"),
+    creatorRow<CModGlowCoreDef>("audio:modGlowCore"),
+    creatorRow<CAudioFilterBypassGen>("audio:fltgen-bypass"),
+    creatorRow<CAudioFilterLPHP1Gen>("audio:fltgen-lphp1"),
+    creatorRow<CAudioFilterRBJGen>("audio:fltgen-rbj"),
+    creatorRow<CAudioFilterMagnusGen>("audio:fltgen-magnus"),
+    creatorRow<CAudioFilterHBFGen>("audio:fltgen-hbf"),
+    creatorRow<CAudioFilterFIRLPGen>("audio:fltgen-firlp"),
+    creatorRow<CAudioFilterSerialGen>("audio:fltgen-serial"),
+    creatorRow<CAudioFilterSerialGenItem>("audio:fltgen-serial-item"),
+    creatorRow<CAudioFilterGenArray>("audio:fltgen-array"),
+    creatorRow<CAudioFilterGenArrayItem>("audio:fltgen-array-item"),
+    creatorRow<CModFilterIIRDef>("audio:modFilterIIR"),
     {nullptr, nullptr, nullptr},
 };
 

@@ -34,11 +34,33 @@ public:
     bool isActive() const { return m_isActive.load(std::memory_order_acquire); }
     void setActive(bool active) { m_isActive.store(active, std::memory_order_release); }
 
+    // ---- what the wrapper shares about the running audio
+    // The host's rate. Guarded by queueLock().
+    double sampleRate() const { return m_sampleRate; }
+    void setSampleRate(double rate) { m_sampleRate = rate; }
+    // Seconds of audio run through the graph so far, and where the slice under way ends.
+    // Written by the audio thread.
+    double streamPosition() const { return m_streamPosition.load(std::memory_order_relaxed); }
+    void setStreamPosition(double seconds) { m_streamPosition.store(seconds, std::memory_order_relaxed); }
+    double sliceEnd() const { return m_sliceEnd.load(std::memory_order_relaxed); }
+    void setSliceEnd(double seconds) { m_sliceEnd.store(seconds, std::memory_order_relaxed); }
+    // Frames per second of visual data: the rate in force, and the rate last asked for,
+    // which the audio thread puts in force at its next exchange. Guarded by queueLock().
+    double updateRate() const { return m_updateRate; }
+    void setUpdateRate(double rate) { m_updateRate = rate; }
+    double requestedUpdateRate() const { return m_requestedUpdateRate; }
+    void setRequestedUpdateRate(double rate) { m_requestedUpdateRate = rate; }
+
 private:
     CAudioParamCollector* m_paramCollector = nullptr;
     std::atomic<int32_t> m_latency{0};
     std::mutex m_queueLock;
     std::atomic<bool> m_isActive{false};
+    double m_sampleRate = 44100.0;
+    std::atomic<double> m_streamPosition{0.0};
+    std::atomic<double> m_sliceEnd{0.0};
+    double m_updateRate = 30.0;
+    double m_requestedUpdateRate = 30.0;
 };
 
 } // namespace qel

@@ -12,9 +12,11 @@ CAudioModule::CAudioModule(int32_t slotCount) : m_slotCount(std::clamp(slotCount
 
 CAudioModule::~CAudioModule()
 {
-    for (double*& out : m_out) {
-        CSampleBufferPool::release(out);
-        out = nullptr;
+    for (auto& port : m_out) {
+        for (double*& out : port) {
+            CSampleBufferPool::release(out);
+            out = nullptr;
+        }
     }
 }
 
@@ -80,7 +82,7 @@ int32_t CAudioModule::paramGroupCount(int32_t slot) const
 void CAudioModule::passInput(int32_t c)
 {
     CSampleBufferPool::addRef(m_in[c]);
-    m_out[c] = m_in[c];
+    m_out[0][c] = m_in[c];
 }
 
 double* CAudioModule::takeBuffer() const

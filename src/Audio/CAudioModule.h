@@ -20,6 +20,10 @@ class CAudioProcessTerminalBase;
 // input itself (one more reference) when it changes nothing. CAudioProcessTerminal<Module>
 // calls it without a virtual call.
 //
+// A module may also hand on a side signal of each channel on output port 1 (key + 16, same
+// group and latency), as a saturator hands on its level: it says so with
+// setOutputPortCount(2) and sets output(c, 1) as well.
+//
 // Parameters are read in update, never per sample; update is called when a slot changed
 // (see isSlotChanged), with every slot marked after a reconfiguration.
 //
@@ -30,6 +34,7 @@ class CAudioModule : public CCheckedObject
 public:
     static constexpr int32_t kMaxChannels = CAudioPort::kMaxChannels;
     static constexpr int32_t kMaxSlots = 32;
+    static constexpr int32_t kOutputPorts = CAudioProcessBase::kPortCount;
 
     struct CChannel
     {
@@ -65,12 +70,14 @@ public:
     double sampleRate() const { return m_sampleRate; }
     void setBlockLength(int32_t n) { m_blockLength = n; }
     void setInput(int32_t c, double* buffer) { m_in[c] = buffer; }
-    double* takeOutput(int32_t c)
+    double* takeOutput(int32_t c, int32_t port = 0)
     {
-        double* out = m_out[c];
-        m_out[c] = nullptr;
+        double* out = m_out[port][c];
+        m_out[port][c] = nullptr;
         return out;
     }
+    // Output ports it writes for each channel: 1, or 2 with a side signal on port 1.
+    int32_t outputPortCount() const { return m_outputPortCount; }
     // Its own latency in samples, added to the leaf's for the channels it hands on.
     int32_t latency() const { return m_latency; }
     void markChanged(int32_t slot) { m_changedSlots |= slotBit(slot); }
@@ -92,7 +99,12 @@ protected:
     // Groups that hold values, at least 1: how far a `use-all-groups` slot is read.
     int32_t paramGroupCount(int32_t slot) const;
     double* input(int32_t c) const { return m_in[c]; }
-    void setOutput(int32_t c, double* buffer) { m_out[c] = buffer; }
+    void setOutput(int32_t c, double* buffer, int32_t port = 0) { m_out[port][c] = buffer; }
+    // In init: 2 when the module hands on a side signal on port 1.
+    void setOutputPortCount(int32_t count)
+    {
+        m_outputPortCount = count < 1 ? 1 : count > kOutputPorts ? kOutputPorts : count;
+    }
     // Passes the input on by reference.
     void passInput(int32_t c);
     // A buffer of this block's length from the leaf's pool, one reference; null without memory.
@@ -111,7 +123,8 @@ private:
     int32_t m_channelCount = 0;
     CChannel m_channels[kMaxChannels];
     double* m_in[kMaxChannels] = {};
-    double* m_out[kMaxChannels] = {};
+    double* m_out[kOutputPorts][kMaxChannels] = {};
+    int32_t m_outputPortCount = 1;
 };
 
 } // namespace qel

@@ -47,6 +47,29 @@ CAudioParam* CAudioParamCollector::getParam(const CString& name)
     return it->second.get();
 }
 
+CAudioParam* CAudioParamCollector::findParam(const CString& name)
+{
+    CLockGuard guard(m_paramsLock);
+    CString target = name;
+    for (size_t steps = 0; steps <= m_aliases.size(); ++steps) {
+        auto alias = m_aliases.find(target);
+        if (alias == m_aliases.end())
+            break;
+        target = alias->second;
+    }
+    auto it = m_params.find(target);
+    return it == m_params.end() ? nullptr : it->second.get();
+}
+
+void CAudioParamCollector::getParams(std::vector<CAudioParam*>& out)
+{
+    CLockGuard guard(m_paramsLock);
+    out.clear();
+    out.reserve(m_params.size());
+    for (auto& entry : m_params)
+        out.push_back(entry.second.get());
+}
+
 bool CAudioParamCollector::isAliased(const CString& name)
 {
     CLockGuard guard(m_paramsLock);
@@ -194,7 +217,9 @@ void CAudioParamCollector::releaseUpdate(bool isBatch)
         int32_t& depth = isBatch ? m_batchDepth : m_lockDepth;
         if (depth > 0)
             --depth;
-        if (m_lockDepth > 0 || m_batchDepth > 0)
+        // With nothing to deliver the list keeps its room: taking it would free it here,
+        // and this may be the audio thread, writing a host's automation.
+        if (m_lockDepth > 0 || m_batchDepth > 0 || m_hostUpdates.empty())
             return;
         updates.swap(m_hostUpdates);
     }

@@ -39,6 +39,11 @@ public:
 
     // Finds or makes the parameter, following aliases first. Any thread but audio.
     CAudioParam* getParam(const CString& name);
+    // As getParam, but null for a name nobody asked for yet: readers of stored data must
+    // not make parameters out of names they find there.
+    CAudioParam* findParam(const CString& name);
+    // Every parameter made so far, in the order of their names.
+    void getParams(std::vector<CAudioParam*>& out);
     bool isAliased(const CString& name);
     void addAlias(const CString& alias, const CString& target);
     CAudioEnv* env() const { return m_env; }

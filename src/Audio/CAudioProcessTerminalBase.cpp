@@ -77,8 +77,9 @@ void CAudioProcessTerminalBase::giveBack(CAudioModule* module)
 {
     if (!module)
         return;
-    for (int32_t c = 0; c < module->channelCount(); ++c)
-        Pool::release(module->takeOutput(c));
+    for (int32_t p = 0; p < module->outputPortCount(); ++p)
+        for (int32_t c = 0; c < module->channelCount(); ++c)
+            Pool::release(module->takeOutput(c, p));
     m_free.push_back(module);
 }
 
@@ -191,11 +192,14 @@ void CAudioProcessTerminalBase::buildOutputTable()
 {
     CAudioStream::CChannel records[CAudioStream::kMaxChannels];
     int32_t count = 0;
+    // In the order process hands the buffers on: per slot, port 0 then the side port.
     for (int32_t i = 0; i < m_slotCount; ++i) {
         const CAudioModule& module = *m_slots[i].current;
-        for (int32_t c = 0; c < module.channelCount() && count < CAudioStream::kMaxChannels; ++c) {
-            const CAudioModule::CChannel& ch = module.channel(c);
-            records[count++] = {keyChannel(ch.key), ch.group, m_latency + module.latency(), keyPort(ch.key), nullptr};
+        for (int32_t p = 0; p < module.outputPortCount(); ++p) {
+            for (int32_t c = 0; c < module.channelCount() && count < CAudioStream::kMaxChannels; ++c) {
+                const CAudioModule::CChannel& ch = module.channel(c);
+                records[count++] = {keyChannel(ch.key), ch.group, m_latency + module.latency(), keyPort(ch.key) + p, nullptr};
+            }
         }
     }
     setOutputFormat(m_inputRate, records, count);
@@ -326,10 +330,12 @@ void CAudioProcessTerminalBase::process()
                 module->setInput(c, in.channels[module->channel(c).index].buffer);
             runModule(*module, n);
         }
-        for (int32_t c = 0; c < s.current->channelCount() && count < CAudioStream::kMaxChannels; ++c) {
-            double* out = s.current->takeOutput(c);
-            // Every channel fades from the same point of the one kernel of the slot.
-            outs[count++] = s.isFading ? mixFade(s, s.fade, s.old->takeOutput(c), out, n) : out;
+        for (int32_t p = 0; p < s.current->outputPortCount(); ++p) {
+            for (int32_t c = 0; c < s.current->channelCount() && count < CAudioStream::kMaxChannels; ++c) {
+                double* out = s.current->takeOutput(c, p);
+                // Every channel fades from the same point of the one kernel of the slot.
+                outs[count++] = s.isFading ? mixFade(s, s.fade, s.old->takeOutput(c, p), out, n) : out;
+            }
         }
         if (s.isFading) {
             const int32_t wait = std::min(s.wait, n);

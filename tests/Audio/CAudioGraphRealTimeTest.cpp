@@ -6,6 +6,7 @@
 // checks its output, and the counts are skipped.
 
 #include "GraphTestSupport.h"
+#include "RealTimeCounting.h"
 
 #include "Audio/CAudioProcessTerminalBase.h"
 #include "Audio/Processes/CModProcessSwitch.h"
@@ -18,13 +19,19 @@
 #include <pthread.h>
 #include <thread>
 
-namespace {
+namespace qel::test {
 thread_local bool t_counting = false;
 thread_local size_t t_news = 0;
 thread_local size_t t_mallocs = 0;
 thread_local size_t t_frees = 0;
 thread_local size_t t_locks = 0;
-} // namespace
+} // namespace qel::test
+
+using qel::test::t_counting;
+using qel::test::t_frees;
+using qel::test::t_locks;
+using qel::test::t_mallocs;
+using qel::test::t_news;
 
 #if !defined(QEL_TSAN) && !defined(QEL_ASAN)
 #define QEL_COUNTING 1

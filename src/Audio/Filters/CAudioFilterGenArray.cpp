@@ -1,0 +1,33 @@
+#include "Audio/Filters/CAudioFilterGenArray.h"
+
+#include "Audio/Filters/CAudioFilterGenArrayItem.h"
+
+#include <algorithm>
+
+namespace qel {
+
+CErrorPtr CAudioFilterGenArray::initChilds()
+{
+    QEL_RETURN_IF_ERROR(CObject::initChilds(), getFullName());
+    m_table.clear();
+    for (int i = 0; i < childCount(); ++i) {
+        const auto* item = dynamic_cast<const CAudioFilterGenArrayItem*>(child(i));
+        if (!item)
+            continue;
+        if (std::any_of(m_table.begin(), m_table.end(), [&](const auto& e) { return e.first == item->index(); }))
+            return QEL_ERROR(getFullName(), "@qelstr_CAudioFilterGenArray_initChilds_DupeIndex Duplicate index '%1' used.",
+                             CString::number(item->index()));
+        m_table.emplace_back(item->index(), item->generator());
+        std::sort(m_table.begin(), m_table.end(), [](const auto& x, const auto& y) { return x.first < y.first; });
+    }
+    return nullptr;
+}
+
+const CAudioFilterGen* CAudioFilterGenArray::find(int32_t index) const
+{
+    const auto it = std::lower_bound(m_table.begin(), m_table.end(), index,
+                                     [](const auto& entry, int32_t value) { return entry.first < value; });
+    return it != m_table.end() && it->first == index ? it->second : nullptr;
+}
+
+} // namespace qel

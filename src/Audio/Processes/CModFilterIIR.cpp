@@ -1,0 +1,57 @@
+#include "Audio/Processes/CModFilterIIR.h"
+
+#include "Audio/CAudioParamDef.h"
+#include "Audio/Filters/CAudioFilterGenArray.h"
+#include "Audio/Processes/CModFilterIIRDef.h"
+#include "Core/CLog.h"
+
+#include <new>
+
+namespace qel {
+namespace {
+
+// A row names its parameter plainly ("freq"); should it carry a path, the last part counts.
+CString plainName(const CString& name)
+{
+    int start = 0;
+    for (int i = 0; i < name.length(); ++i)
+        if (name.at(i) == '.' || name.at(i) == '^')
+            start = i + 1;
+    return name.substring(start);
+}
+
+} // namespace
+
+// The layout comes first: the base makes the prepared modules, and each reads it.
+CErrorPtr CModFilterIIR::init()
+{
+    m_layout = CModFilterIIRModule::CLayout();
+    if (const auto* def = dynamic_cast<const CModFilterIIRDef*>(m_def)) {
+        m_layout.isWhole = def->isTerminalWhole();
+        CString path = def->genArrayPath();
+        if (!path.isEmpty() && path.at(0) == '/')
+            path = path.substring(1);
+        m_layout.genArray = path.isEmpty() ? nullptr : dynamic_cast<const CAudioFilterGenArray*>(def->findObject(path));
+        if (!m_layout.genArray)
+            CLog::printfObject(m_fullName, "The 'gen-array' '%s' not found.", def->genArrayPath().toUtf8().c_str());
+        for (const auto& [index, row] : def->paramAllocs()) {
+            if (index < 0 || index >= CAudioModule::kMaxSlots)
+                continue;
+            if (index + 1 > m_layout.slotCount)
+                m_layout.slotCount = index + 1;
+            const CString name = plainName(row->paramName());
+            if (name == CString("index")) {
+                m_layout.indexSlot = index;
+            } else if (name != CString("count") && name != CString("points")) {
+                const int32_t at = m_layout.names.count();
+                if (m_layout.names.add(name))
+                    m_layout.valueSlots[at] = index;
+            }
+        }
+    }
+    return CAudioProcessTerminalBase::init();
+}
+
+CAudioModule* CModFilterIIR::createModule() { return new (std::nothrow) CModFilterIIRModule(m_layout); }
+
+} // namespace qel

@@ -1,0 +1,926 @@
+// The audio wrapper on compiled definitions: the product's, and small test instances
+// (definitions/wrapper) with a slice recorder, a delay of variable latency and a gain that
+// changes on the sample. Outputs are checked against references computed here from the
+// input, states are compared byte for byte.
+
+#include "WrapperTestSupport.h"
+
+#include "AudioParamTestSupport.h"
+
+#include "Audio/CAudioHostState.h"
+#include "Audio/CScopedDenormalFlush.h"
+#include "Audio/Converters/CAudioParamConverter.h"
+#include "Core/CAppData.h"
+#include "Core/CByteArray.h"
+#include "Core/CMemoryReader.h"
+#include "Core/CWriteSeqBuffer.h"
+
+#include <cstring>
+#include <random>
+
+using namespace qel;
+using namespace qel::test;
+
+namespace qel {
+extern const CResourceRow kWrapperTestDefinitions[];
+}
+
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+// The state as the host would keep it.
+Bytes savedState(CAudioWrapper& w)
+{
+    CWriteSeqBuffer sink;
+    CErrorPtr error = w.saveState(sink);
+    EXPECT_FALSE(error) << errorLine(error);
+    CByteArray bytes;
+    EXPECT_FALSE(sink.toArray(bytes));
+    return Bytes(bytes.data(), bytes.data() + bytes.size());
+}
+
+CErrorPtr loadBytes(CAudioWrapper& w, const Bytes& bytes)
+{
+    CMemoryReader in(bytes.data(), bytes.size());
+    return w.loadState(in);
+}
+
+// A block of the host state with a payload built by hand.
+Bytes stateBlock(const Bytes& payload, uint32_t tag = CAudioHostState::kTag)
+{
+    CWriteSeqBuffer sink;
+    EXPECT_FALSE(sink.writeCompressedData(payload.data(), payload.size(), tag));
+    CByteArray bytes;
+    EXPECT_FALSE(sink.toArray(bytes));
+    return Bytes(bytes.data(), bytes.data() + bytes.size());
+}
+
+// One float parameter's stored form: version 1, element size, type 0, then per group the
+// element count and the values.
+ByteBuilder& floatValues(ByteBuilder& b, int32_t elementSize, const std::vector<std::vector<double>>& groups)
+{
+    b.u32(1).u32(uint32_t(elementSize)).u32(0).u32(uint32_t(groups.size()));
+    for (const auto& values : groups) {
+        b.u32(uint32_t(values.size() / size_t(elementSize)));
+        for (double v : values)
+            b.f64(v);
+    }
+    return b;
+}
+
+// ---- the product's definition
+
+class ProductWrapper : public ::testing::Test
+{
+protected:
+    ScopedApplication m_app{kProductResourceRows, "SharedData.xml"};
+};
+
+TEST_F(ProductWrapper, InitReadsTheProjectAndBuildsTheInstance)
+{
+    auto w = startedWrapper();
+    ASSERT_TRUE(w);
+    EXPECT_EQ(w->pluginName().toUtf8(), "DLC-730");
+    EXPECT_EQ(w->vendorName().toUtf8(), "Quelmar");
+    EXPECT_EQ(w->pluginCode(), uint32_t('Q') << 24 | uint32_t('D') << 16 | uint32_t('7') << 8 | uint32_t('3'));
+    EXPECT_EQ(w->versionMajor() * 10000 + w->versionMinor() * 100 + w->versionBuild(), 10000);
+    EXPECT_EQ(w->intChannelCount(), 8);
+    EXPECT_EQ(w->groupCount(), 8);
+    EXPECT_TRUE(w->isSymmetricIO());
+    EXPECT_FALSE(w->useSidechain());
+    EXPECT_FALSE(w->useHostBpm());
+    EXPECT_TRUE(w->isFullyStarted());
+    EXPECT_TRUE(w->hasTail());
+    EXPECT_DOUBLE_EQ(w->tailSeconds(), 0.4);
+    ASSERT_TRUE(w->pluginObject() && w->projectObject());
+    EXPECT_EQ(w->pluginObject()->getFullName().toUtf8(), "plugin");
+    EXPECT_EQ(w->projectObject()->getAttrString(CString("plugin-category-vst3")).toUtf8(), "Fx|EQ");
+    EXPECT_EQ(w->projectObject()->getAttrString(CString("plugin-uuid")).length(), 36);
+
+    std::vector<std::string> names;
+    for (int i = 0; i < w->extParamList()->count(); ++i)
+        names.push_back(w->ext(i)->extName().toUtf8());
+    EXPECT_EQ(names, (std::vector<std::string>{"Bypass", "Oversmp", "Lo", "Mid", "Hi", "OutGain"}));
+    CString label;
+    w->ext(5)->getLabel(label);
+    EXPECT_EQ(label.toUtf8(), "dB");
+
+    // Online at start: Auto follows real-time mode 1, no octaves; nothing to report yet.
+    EXPECT_EQ(w->value("plugin.modMain.host-oversampling-mode"), 0.0);
+    EXPECT_EQ(w->value("plugin.modMain.host-offline"), 0.0);
+    EXPECT_EQ(w->queryLatency(), 0);
+    EXPECT_EQ(w->latencyChanges, 0);
+    // The stored scale is 1 and the window takes the size parameter's defaults.
+    EXPECT_DOUBLE_EQ(w->windowScale(), 1.0);
+    EXPECT_EQ(w->windowWidth(), 542);
+    EXPECT_EQ(w->windowHeight(), 208);
+    EXPECT_EQ(w->programSlotCount(), 1);
+    CString program;
+    w->programName(0, program);
+    EXPECT_EQ(program.toUtf8(), "Default");
+    EXPECT_FALSE(w->loadProgram(0, nullptr));
+    EXPECT_TRUE(w->loadProgram(1, nullptr));
+}
+
+TEST_F(ProductWrapper, OutputGainAndBypassReachTheSound)
+{
+    auto w = startedWrapper();
+    ASSERT_TRUE(w);
+    const HostSetup setup{true, 2, 2, 48000.0};
+    prepare(*w, setup);
+    const Signal in = tones(2, 4800, 48000.0);
+
+    // Unity gain hands the input on as it is.
+    Signal out = processAll(*w, setup, in, {480});
+    EXPECT_EQ(out, in);
+
+    // +6 dB from the host, through its normalised position; the change fades in over
+    // 0.015 s (720 samples) and then holds.
+    const double twice = 2.0;
+    CAudioParamInfo const* info = w->param("plugin.modMain.modDLC73.outgain")->info();
+    ASSERT_TRUE(info);
+    const double norm = info->converters[0]->valueToNorm(*info, 0, twice);
+    w->addHostEvent({0, CAudioHostEvent::KindParam, 5, norm});
+    out = processAll(*w, setup, in, {480});
+    EXPECT_NEAR(w->value("plugin.modMain.modDLC73.outgain"), twice, 1e-12);
+    for (size_t c = 0; c < 2; ++c)
+        for (size_t i = 800; i < in[c].size(); ++i)
+            ASSERT_NEAR(out[c][i], twice * in[c][i], 1e-12) << c << " " << i;
+    // The host wrote it: no echo.
+    EXPECT_TRUE(w->extChanges.empty());
+
+    // Bypass from the host: after its fade the dry input comes through.
+    w->addHostEvent({0, CAudioHostEvent::KindParam, 0, 1.0});
+    out = processAll(*w, setup, in, {480});
+    EXPECT_EQ(w->value("plugin.modMain.bypass-enable"), 1.0);
+    for (size_t c = 0; c < 2; ++c)
+        for (size_t i = 800; i < in[c].size(); ++i)
+            ASSERT_NEAR(out[c][i], in[c][i], 1e-12) << c << " " << i;
+
+    // A change from elsewhere reaches the host as a normalised position.
+    w->set("plugin.modMain.modDLC73.eq-params.gain", 2.0);
+    const auto lo = std::find_if(w->extChanges.begin(), w->extChanges.end(), [](const auto& e) { return e.index == 2; });
+    ASSERT_NE(lo, w->extChanges.end());
+    EXPECT_NEAR(lo->value, w->ext(2)->getNormalized(), 1e-12);
+    EXPECT_GT(lo->value, w->ext(3)->getNormalized());
+}
+
+TEST_F(ProductWrapper, StateRoundTripsByteForByte)
+{
+    auto a = startedWrapper();
+    ASSERT_TRUE(a);
+    a->set("plugin.modMain.modDLC73.outgain", 0.5, 0);
+    a->set("plugin.modMain.modDLC73.outgain", 1.5, 3);
+    a->set("plugin.modMain.bypass-enable", 1.0);
+    a->set("plugin.modMain.oversampling", 3.0);
+    a->ext(3)->setNormalized(0.75);
+    const Bytes state = savedState(*a);
+
+    auto b = startedWrapper();
+    ASSERT_TRUE(b);
+    const Bytes fresh = savedState(*b);
+    EXPECT_NE(fresh, state);
+    CErrorPtr error = loadBytes(*b, state);
+    ASSERT_FALSE(error) << error->text().toUtf8();
+    EXPECT_EQ(savedState(*b), state);
+    EXPECT_DOUBLE_EQ(b->value("plugin.modMain.modDLC73.outgain", 3), 1.5);
+    EXPECT_DOUBLE_EQ(b->value("plugin.modMain.oversampling"), 3.0);
+    EXPECT_DOUBLE_EQ(b->ext(3)->getNormalized(), a->ext(3)->getNormalized());
+    // Global parameters are no part of it.
+    EXPECT_EQ(b->value("plugin.modMain.host-oversampling-mode"), 0.0);
+}
+
+TEST_F(ProductWrapper, OfflineRenderingChoosesOctavesByRate)
+{
+    auto w = startedWrapper();
+    ASSERT_TRUE(w);
+    const char* mode = "plugin.modMain.host-oversampling-mode";
+    struct Case
+    {
+        double rate;
+        double octaves;
+    };
+    // The stored level is 1: one octave more below 72 kHz, one less from 144 kHz.
+    for (const Case& c : {Case{96000.0, 1.0}, Case{44100.0, 2.0}, Case{192000.0, 0.0}, Case{48000.0, 2.0},
+                          Case{71999.0, 2.0}, Case{144000.0, 0.0}, Case{88200.0, 1.0}}) {
+        SCOPED_TRACE(c.rate);
+        w->setSampleRate(c.rate);
+        w->setOffline(true);
+        EXPECT_EQ(w->value(mode), c.octaves);
+        EXPECT_EQ(w->value("plugin.modMain.host-offline"), 1.0);
+        EXPECT_TRUE(w->isOffline());
+    }
+    // Back in real time: Auto's real-time mode 1 means no octaves.
+    w->setOffline(false);
+    EXPECT_EQ(w->value(mode), 0.0);
+    EXPECT_EQ(w->value("plugin.modMain.host-offline"), 0.0);
+}
+
+TEST_F(ProductWrapper, OfflineOctavesAreLimited)
+{
+    for (const char* level : {"4", "-3"}) {
+        SCOPED_TRACE(level);
+        CAppData::group().setString(CString("oversampling-level"), CString(level), nullptr);
+        auto w = startedWrapper();
+        ASSERT_TRUE(w);
+        for (double rate : {44100.0, 96000.0, 192000.0}) {
+            w->setSampleRate(rate);
+            w->setOffline(true);
+            EXPECT_EQ(w->value("plugin.modMain.host-oversampling-mode"), level[0] == '4' ? 3.0 : 0.0) << rate;
+        }
+    }
+    CAppData::group().setString(CString("oversampling-level"), CString("1"), nullptr);
+}
+
+TEST_F(ProductWrapper, BlockLengthsDontChangeTheOutput)
+{
+    auto w = startedWrapper();
+    ASSERT_TRUE(w);
+    w->set("plugin.modMain.modDLC73.outgain", 1.25);
+    const Signal in = tones(2, 30000);
+    for (bool isDouble : {false, true}) {
+        SCOPED_TRACE(isDouble ? "64-bit" : "32-bit");
+        const HostSetup setup{isDouble, 2, 2, 44100.0};
+        // The first run fades the gain in; after a stop the stage starts at it.
+        prepare(*w, setup);
+        processAll(*w, setup, in, {4096});
+        prepare(*w, setup);
+        const Signal whole = processAll(*w, setup, in, {30000});
+        for (size_t c = 0; c < 2; ++c)
+            for (size_t i = 0; i < in[c].size(); ++i)
+                ASSERT_EQ(whole[c][i], isDouble ? 1.25 * in[c][i] : asFloat(1.25 * asFloat(in[c][i]))) << c << " " << i;
+        prepare(*w, setup);
+        EXPECT_EQ(processAll(*w, setup, in, {1, 37, 512, 4096, 9000, 2, 513, 1000}), whole);
+    }
+}
+
+// ---- the test instances
+
+class WrapperInstance : public ::testing::Test
+{
+protected:
+    std::unique_ptr<ScopedApplication> m_app;
+
+    std::unique_ptr<TestWrapper> start(const char* definition = "WrapperGood.xml")
+    {
+        m_app.reset();
+        m_app = std::make_unique<ScopedApplication>(kWrapperTestDefinitions, definition);
+        return startedWrapper();
+    }
+
+    void TearDown() override { m_app.reset(); }
+};
+
+TEST_F(WrapperInstance, InitRejectsBadProjectSettings)
+{
+    struct Case
+    {
+        const char* definition;
+        const char* message;
+    };
+    const Case cases[] = {
+        {"WrapperCodeShort.xml", "Invalid plug-in code in string 'ab'."},
+        {"WrapperCodeLong.xml", "Invalid plug-in code in string 'QWT12'."},
+        {"WrapperVersion1.xml", "Invalid version specification in string '1'."},
+        {"WrapperVersion4.xml", "Invalid version specification in string '1.2.3.4'."},
+        {"WrapperVersionWord.xml", "Invalid version specification in string '1.x'."},
+        {"WrapperChannels0.xml", "Invalid 'plugin-intchannel-count' attribute value."},
+        {"WrapperChannels17.xml", "Invalid 'plugin-intchannel-count' attribute value."},
+        {"WrapperGroups0.xml", "Invalid 'plugin-group-count' attribute value."},
+        {"WrapperGroups9.xml", "Invalid 'plugin-group-count' attribute value."},
+        {"WrapperNoName.xml", "Plug-in name is empty."},
+        {"WrapperNoVendor.xml", "Vendor name is empty."},
+        {"WrapperOutputType.xml",
+         "Output process object 'shared::audio.modOutput' is not of required 'CModOutput' type."},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.definition);
+        ScopedApplication app(kWrapperTestDefinitions, c.definition);
+        TestWrapper w;
+        CErrorPtr error = w.init();
+        EXPECT_EQ(errorLine(error), c.message);
+        EXPECT_FALSE(w.isFullyStarted());
+    }
+    TestWrapper w;
+    EXPECT_EQ(errorLine(w.init()), "No application object created.");
+    EXPECT_TRUE(w.finishInit());
+    // Nothing of an instance that never was answers with more than nothing.
+    EXPECT_EQ(w.queryLatency(), 0);
+    EXPECT_EQ(w.queryTailSamples(), 0);
+    w.processBlock(nullptr, nullptr, 64);
+    CWriteSeqBuffer sink;
+    EXPECT_TRUE(w.saveState(sink));
+}
+
+TEST_F(WrapperInstance, InitReadsVersionsAndTails)
+{
+    auto w = start("WrapperVersion3.xml");
+    ASSERT_TRUE(w);
+    EXPECT_EQ(w->versionMajor(), 3);
+    EXPECT_EQ(w->versionMinor(), 14);
+    EXPECT_EQ(w->versionBuild(), 159);
+    EXPECT_EQ(w->pluginCode(), 0x51575431u);
+    w.reset();
+
+    w = start();
+    ASSERT_TRUE(w);
+    EXPECT_EQ(w->versionMajor() * 100 + w->versionMinor() * 10 + w->versionBuild(), 250);
+    // 0.4 s, rounded to whole samples.
+    EXPECT_EQ(w->queryTailSamples(), 17640);
+    w->setSampleRate(48000.0);
+    EXPECT_EQ(w->queryTailSamples(), 19200);
+    w->setSampleRate(22050.5);
+    EXPECT_EQ(w->queryTailSamples(), 8820); // 8820.2
+    w->setSampleRate(11026.25);
+    EXPECT_EQ(w->queryTailSamples(), 4411); // 4410.5, half away from zero
+    w.reset();
+
+    w = start("WrapperNoTail.xml");
+    ASSERT_TRUE(w);
+    EXPECT_FALSE(w->hasTail());
+    EXPECT_EQ(w->queryTailSamples(), 0);
+    w.reset();
+
+    // A tail that doesn't read as seconds is the common 0.4 s.
+    w = start("WrapperBadTail.xml");
+    ASSERT_TRUE(w);
+    EXPECT_TRUE(w->hasTail());
+    EXPECT_EQ(w->queryTailSamples(), 17640);
+}
+
+TEST_F(WrapperInstance, RealTimeOctavesFollowTheProject)
+{
+    auto w = start("WrapperRtMode3.xml");
+    ASSERT_TRUE(w);
+    EXPECT_EQ(w->value("plugin.modMain.host-oversampling-mode"), 2.0);
+    EXPECT_EQ(w->oversamplingMode(), 2);
+}
+
+TEST_F(WrapperInstance, BlocksRunInSlicesOfAtMost512)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    const HostSetup setup;
+    prepare(*w, setup);
+    const Signal in = tones(2, 20000);
+    struct Case
+    {
+        int32_t length;
+        std::vector<int32_t> slices;
+    };
+    for (const Case& c : {Case{1300, {512, 512, 276}}, Case{512, {512}}, Case{513, {512, 1}}, Case{1, {1}},
+                          Case{1024, {512, 512}}}) {
+        SCOPED_TRACE(c.length);
+        w->sliceLengths().clear();
+        const double before = w->audioEnv()->streamPosition();
+        processOne(*w, setup, in, 0, c.length);
+        EXPECT_EQ(w->sliceLengths(), c.slices);
+        EXPECT_NEAR(w->audioEnv()->streamPosition() - before, c.length / 44100.0, 1e-12);
+    }
+}
+
+TEST_F(WrapperInstance, EventsApplyAtTheirSampleAndEndTheirSlice)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    const HostSetup setup{true, 2, 2, 44100.0};
+    prepare(*w, setup);
+    const Signal in = tones(2, 4000);
+    // Index 1 is the gain, 0..10: position 0.2 is 2.0.
+    w->sliceLengths().clear();
+    w->addHostEvent({700, CAudioHostEvent::KindParam, 1, 0.2});
+    Signal out = processOne(*w, setup, in, 0, 1300);
+    EXPECT_EQ(w->sliceLengths(), (std::vector<int32_t>{512, 188, 512, 88}));
+    for (size_t c = 0; c < 2; ++c)
+        for (size_t i = 0; i < 1300; ++i)
+            ASSERT_EQ(out[c][i], (i < 700 ? 1.0 : 2.0) * in[c][i]) << c << " " << i;
+
+    // The list went with its block: the next one runs whole slices at the new gain.
+    w->sliceLengths().clear();
+    out = processOne(*w, setup, in, 1300, 1300);
+    EXPECT_EQ(w->sliceLengths(), (std::vector<int32_t>{512, 512, 276}));
+    for (size_t i = 0; i < 1300; ++i)
+        ASSERT_EQ(out[0][i], 2.0 * in[0][1300 + i]) << i;
+
+    // Handed in out of order; at one offset the host's order stands, so the last wins.
+    w->sliceLengths().clear();
+    w->addHostEvent({900, CAudioHostEvent::KindParam, 1, 0.3});
+    w->addHostEvent({300, CAudioHostEvent::KindParam, 1, 0.5});
+    w->addHostEvent({300, CAudioHostEvent::KindParam, 1, 0.4});
+    w->addHostEvent({300, CAudioHostEvent::KindMidi, 64, 1.0});
+    w->addHostEvent({0, CAudioHostEvent::KindMidi, 7, 0.5});
+    out = processOne(*w, setup, in, 0, 1300);
+    EXPECT_EQ(w->sliceLengths(), (std::vector<int32_t>{300, 512, 88, 400}));
+    for (size_t i = 0; i < 1300; ++i)
+        ASSERT_EQ(out[1][i], (i < 300 ? 2.0 : i < 900 ? 4.0 : 3.0) * in[1][i]) << i;
+    ASSERT_EQ(w->midi.size(), 2u);
+    EXPECT_EQ(w->midi[0].index, 7);
+    EXPECT_EQ(w->midi[1].index, 64);
+
+    // Offsets past the block apply at its last sample; an index the host doesn't have is
+    // ignored.
+    w->sliceLengths().clear();
+    w->addHostEvent({5000, CAudioHostEvent::KindParam, 1, 0.1});
+    w->addHostEvent({-5, CAudioHostEvent::KindParam, 99, 0.1});
+    out = processOne(*w, setup, in, 0, 100);
+    EXPECT_EQ(w->sliceLengths(), (std::vector<int32_t>{99, 1}));
+    EXPECT_EQ(out[0][98], 3.0 * in[0][98]);
+    EXPECT_EQ(out[0][99], 1.0 * in[0][99]);
+}
+
+TEST_F(WrapperInstance, EventRoomIsFixed)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    for (int32_t i = 0; i < CAudioWrapper::kMaxHostEvents; ++i)
+        ASSERT_TRUE(w->addHostEvent({i % 64, CAudioHostEvent::KindMidi, i, 0.0}));
+    EXPECT_FALSE(w->addHostEvent({0, CAudioHostEvent::KindMidi, -1, 0.0}));
+    const HostSetup setup;
+    prepare(*w, setup);
+    w->midi.reserve(size_t(CAudioWrapper::kMaxHostEvents));
+    processOne(*w, setup, tones(2, 64), 0, 64);
+    ASSERT_EQ(w->midi.size(), size_t(CAudioWrapper::kMaxHostEvents));
+    // Sorted by offset, each offset in the order given.
+    for (size_t k = 1; k < w->midi.size(); ++k) {
+        const auto& a = w->midi[k - 1];
+        const auto& b = w->midi[k];
+        ASSERT_TRUE(a.offset < b.offset || (a.offset == b.offset && a.index < b.index)) << k;
+    }
+    EXPECT_TRUE(w->addHostEvent({0, CAudioHostEvent::KindMidi, 0, 0.0}));
+}
+
+TEST_F(WrapperInstance, BlockOfNoSamplesChangesNothing)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    const HostSetup setup;
+    prepare(*w, setup);
+    const Signal in = tones(2, 64);
+    processOne(*w, setup, in, 0, 64);
+    const double position = w->audioEnv()->streamPosition();
+    w->sliceLengths().clear();
+    w->addHostEvent({0, CAudioHostEvent::KindParam, 1, 0.5});
+    const Signal out = processOne(*w, setup, in, 0, 0, 7.0);
+    EXPECT_TRUE(out[0].empty());
+    EXPECT_TRUE(w->sliceLengths().empty());
+    EXPECT_EQ(w->audioEnv()->streamPosition(), position);
+    EXPECT_EQ(w->value("plugin.modMain.gain.gain"), 1.0);
+    // Its event waits for the next block.
+    const Signal next = processOne(*w, setup, in, 0, 64);
+    EXPECT_EQ(w->value("plugin.modMain.gain.gain"), 5.0);
+    EXPECT_EQ(next[0][0], asFloat(5.0 * asFloat(in[0][0])));
+    // Or is applied without audio when the binding asks.
+    w->addHostEvent({10, CAudioHostEvent::KindParam, 1, 0.1});
+    w->flushHostEvents();
+    EXPECT_EQ(w->value("plugin.modMain.gain.gain"), 1.0);
+}
+
+TEST_F(WrapperInstance, SameOutputWhateverTheBlockLengths)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    constexpr size_t kLatency = 100;
+    w->set("plugin.modMain.delay.latency", double(kLatency));
+    w->set("plugin.modMain.gain.gain", 2.5);
+    const Signal in = tones(2, 40000);
+    std::mt19937 random(7);
+    std::vector<int32_t> randomLengths;
+    for (int i = 0; i < 64; ++i)
+        randomLengths.push_back(int32_t(random() % 4096) + 1);
+
+    for (bool isDouble : {false, true}) {
+        SCOPED_TRACE(isDouble ? "64-bit" : "32-bit");
+        const HostSetup setup{isDouble, 2, 2, 44100.0};
+        prepare(*w, setup);
+        const Signal whole = processAll(*w, setup, in, {40000});
+        EXPECT_EQ(w->queryLatency(), int32_t(kLatency));
+        for (size_t c = 0; c < 2; ++c) {
+            for (size_t i = 0; i < in[c].size(); ++i) {
+                const double x = i < kLatency ? 0.0 : in[c][i - kLatency];
+                ASSERT_EQ(whole[c][i], isDouble ? 2.5 * x : asFloat(2.5 * asFloat(x))) << c << " " << i;
+            }
+        }
+        for (const auto& lengths : {std::vector<int32_t>{1}, std::vector<int32_t>{1, 37, 512, 4096, 9000},
+                                    std::vector<int32_t>{4096}, randomLengths}) {
+            prepare(*w, setup);
+            w->stopProcessing();
+            w->startProcessing();
+            const size_t n = lengths.size() == 1 && lengths[0] == 1 ? 3000 : in[0].size();
+            Signal part{Signal::value_type(in[0].begin(), in[0].begin() + std::ptrdiff_t(n)),
+                        Signal::value_type(in[1].begin(), in[1].begin() + std::ptrdiff_t(n))};
+            const Signal out = processAll(*w, setup, part, lengths);
+            for (size_t c = 0; c < 2; ++c)
+                ASSERT_TRUE(std::equal(out[c].begin(), out[c].end(), whole[c].begin())) << c << " " << lengths.size();
+        }
+    }
+}
+
+TEST_F(WrapperInstance, HostChannelsMapOneToOne)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    Signal in = tones(2, 2000);
+    for (double& x : in[1])
+        x *= -0.5;
+
+    // Stereo: each channel to its own.
+    HostSetup setup{true, 2, 2, 44100.0};
+    prepare(*w, setup);
+    Signal out = processAll(*w, setup, in, {700});
+    EXPECT_EQ(out, in);
+
+    // A null channel reads as silence.
+    Signal holed = in;
+    holed[1].clear();
+    out = processAll(*w, setup, holed, {700});
+    EXPECT_EQ(out[0], in[0]);
+    EXPECT_EQ(out[1], std::vector<double>(in[1].size(), 0.0));
+
+    // Outputs beyond the inputs are silent, whatever the buffers held.
+    setup = HostSetup{false, 1, 3, 44100.0};
+    prepare(*w, setup);
+    out = processAll(*w, setup, Signal{in[0]}, {700});
+    for (size_t i = 0; i < in[0].size(); ++i)
+        ASSERT_EQ(out[0][i], asFloat(in[0][i])) << i;
+    EXPECT_EQ(out[1], std::vector<double>(in[0].size(), 0.0));
+    EXPECT_EQ(out[2], std::vector<double>(in[0].size(), 0.0));
+
+    // More inputs than outputs: the extra ones are dropped.
+    setup = HostSetup{true, 2, 1, 44100.0};
+    prepare(*w, setup);
+    out = processAll(*w, setup, in, {700});
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0], in[0]);
+    EXPECT_EQ(w->getInputCount(), 2);
+    EXPECT_EQ(w->getOutputCount(), 1);
+    EXPECT_EQ(w->getSampleRate(), 44100.0);
+}
+
+TEST_F(WrapperInstance, InterleavedInputIsRead)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    w->set("plugin.modMain.gain.gain", 0.5);
+    const Signal in = tones(3, 1500);
+    for (bool isDouble : {false, true}) {
+        SCOPED_TRACE(isDouble ? "64-bit" : "32-bit");
+        w->stopProcessing();
+        w->setChannelCounts(3, isDouble, true, 0, false, false);
+        w->setOutputCount(3, true);
+        w->startProcessing();
+        std::vector<double> frames64;
+        std::vector<float> frames32;
+        for (size_t i = 0; i < 1500; ++i)
+            for (size_t c = 0; c < 3; ++c) {
+                frames64.push_back(in[c][i]);
+                frames32.push_back(float(in[c][i]));
+            }
+        void* inputs[] = {isDouble ? static_cast<void*>(frames64.data()) : static_cast<void*>(frames32.data())};
+        std::vector<std::vector<double>> out(3, std::vector<double>(1500, 7.0));
+        void* outputs[] = {out[0].data(), out[1].data(), out[2].data()};
+        w->processBlock(inputs, outputs, 1500);
+        for (size_t c = 0; c < 3; ++c)
+            for (size_t i = 0; i < 1500; ++i)
+                ASSERT_EQ(out[c][i], 0.5 * (isDouble ? in[c][i] : asFloat(in[c][i]))) << c << " " << i;
+    }
+}
+
+TEST_F(WrapperInstance, StartAndStopAreIdempotent)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    CAudioEnv& env = *w->audioEnv();
+    EXPECT_FALSE(env.isActive());
+    w->sliceLengths().clear();
+    const double position = env.streamPosition();
+    w->startProcessing();
+    EXPECT_TRUE(env.isActive());
+    w->startProcessing();
+    // One primer: a pass of one sample.
+    EXPECT_EQ(w->sliceLengths(), std::vector<int32_t>{1});
+    EXPECT_NEAR(env.streamPosition() - position, 1.0 / 44100.0, 1e-15);
+    w->stopProcessing();
+    w->stopProcessing();
+    EXPECT_FALSE(env.isActive());
+    EXPECT_EQ(w->sliceLengths(), (std::vector<int32_t>{1, 1}));
+    // Changes made while stopped reach the audio side with the next start.
+    w->set("plugin.modMain.gain.gain", 4.0);
+    w->startProcessing();
+    EXPECT_EQ(w->param("plugin.modMain.gain.gain")->audioValues().getValue(0, 0, 0.0), 4.0);
+}
+
+TEST_F(WrapperInstance, LatencyChangeIsReportedUntilQueried)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    const HostSetup setup;
+    prepare(*w, setup);
+    const Signal in = tones(2, 4096);
+    processOne(*w, setup, in, 0, 256);
+    EXPECT_EQ(w->latencyChanges, 0);
+
+    w->set("plugin.modMain.delay.latency", 64.0);
+    processOne(*w, setup, in, 0, 256);
+    EXPECT_EQ(w->latencyChanges, 1);
+    EXPECT_EQ(w->value("plugin.modMain.host-latency-change"), 1.0);
+    processOne(*w, setup, in, 0, 256);
+    EXPECT_EQ(w->latencyChanges, 1);
+
+    EXPECT_EQ(w->queryLatency(), 64);
+    EXPECT_EQ(w->value("plugin.modMain.host-latency-change"), 0.0);
+    // Once reported, a query leaves the notice alone.
+    w->set("plugin.modMain.host-latency-change", 1.0);
+    EXPECT_EQ(w->queryLatency(), 64);
+    EXPECT_EQ(w->value("plugin.modMain.host-latency-change"), 1.0);
+}
+
+TEST_F(WrapperInstance, StateRoundTripsByteForByte)
+{
+    auto a = start();
+    ASSERT_TRUE(a);
+    a->set("plugin.modMain.levels", 9.0, 0);
+    a->param("plugin.modMain.levels")->setElementValue(-4.5, 2, 4, nullptr);
+    a->set("plugin.modMain.gain.gain", 3.25, 7);
+    a->set("plugin.modMain.bypass-enable", 1.0);
+    CAudioParamUpdateContext context;
+    CAudioParam* points = a->param("plugin.modMain.points");
+    const double pair[2] = {50.0, 60.0};
+    CAudioParamChange change;
+    {
+        CLockGuard guard(points->lock());
+        change = points->values().makeChange(0, 1, 1, false);
+    }
+    change.values = pair;
+    points->change(change, context);
+    a->param("plugin.modMain.label")->setString(0, 0, CString::fromUtf8("Schöne Grüße"), nullptr, context);
+    a->set("plugin.modMain.scratch", 0.5);
+    const Bytes state = savedState(*a);
+    EXPECT_EQ(savedState(*a), state);
+
+    auto b = startedWrapper();
+    ASSERT_TRUE(b);
+    b->set("plugin.modMain.scratch", 0.25);
+    b->set("plugin.modMain.gain.gain", 6.0, 5);
+    CErrorPtr error = loadBytes(*b, state);
+    ASSERT_FALSE(error) << error->text().toUtf8();
+    EXPECT_EQ(savedState(*b), state);
+    EXPECT_EQ(b->value("plugin.modMain.levels", 0, 0), 9.0);
+    EXPECT_EQ(b->value("plugin.modMain.levels", 2, 4), -4.5);
+    EXPECT_EQ(b->value("plugin.modMain.levels", 2, 1), 2.0);
+    EXPECT_EQ(b->value("plugin.modMain.gain.gain", 7), 3.25);
+    // A group the state leaves out reads as the default again.
+    EXPECT_EQ(b->value("plugin.modMain.gain.gain", 5), 1.0);
+    EXPECT_EQ(b->param("plugin.modMain.label")->getString(0, 0).toUtf8(), "Schöne Grüße");
+    // Only storable and persistent parameters travel.
+    EXPECT_EQ(b->value("plugin.modMain.scratch"), 0.25);
+
+    // The audio side follows the loaded values.
+    const HostSetup setup{true, 1, 1, 44100.0};
+    prepare(*b, setup);
+    EXPECT_EQ(b->param("plugin.modMain.levels")->audioValues().getElementValue(2, 4, 0, 0.0), -4.5);
+}
+
+TEST_F(WrapperInstance, DamagedStateChangesNothing)
+{
+    auto a = start();
+    ASSERT_TRUE(a);
+    a->set("plugin.modMain.levels", 9.0, 1);
+    const Bytes good = savedState(*a);
+    auto b = startedWrapper();
+    ASSERT_TRUE(b);
+    b->set("plugin.modMain.gain.gain", 7.0, 2);
+    CAudioParamUpdateContext context;
+    b->param("plugin.modMain.label")->setString(0, 0, CString("Mine"), nullptr, context);
+    const Bytes before = savedState(*b);
+
+    // Nothing changes, and nothing goes to the audio side either.
+    auto expectRejected = [&](const Bytes& bytes, const std::string& what) {
+        SCOPED_TRACE(what);
+        const size_t queued = b->paramCollector()->pendingCount();
+        CErrorPtr error = loadBytes(*b, bytes);
+        EXPECT_TRUE(error);
+        EXPECT_EQ(savedState(*b), before);
+        EXPECT_EQ(b->paramCollector()->pendingCount(), queued);
+    };
+    expectRejected({}, "empty");
+    for (size_t n = 1; n < good.size(); ++n)
+        expectRejected(Bytes(good.begin(), good.begin() + std::ptrdiff_t(n)), "truncated to " + std::to_string(n));
+    std::mt19937 random(11);
+    for (int k = 0; k < 50; ++k) {
+        Bytes garbage(size_t(random() % 200 + 1));
+        for (auto& byte : garbage)
+            byte = uint8_t(random());
+        expectRejected(garbage, "garbage " + std::to_string(k));
+    }
+    // A flipped bit anywhere in the block is caught by a check, or turns the compressed
+    // stream into another spelling of the same data (a match copying zeros from elsewhere).
+    for (size_t at = 0; at < good.size(); ++at) {
+        Bytes flipped = good;
+        flipped[at] ^= 0x10;
+        if (CErrorPtr error = loadBytes(*b, flipped)) {
+            ASSERT_EQ(savedState(*b), before) << at;
+            continue;
+        }
+        EXPECT_EQ(savedState(*b), good) << at << " of " << good.size();
+        ASSERT_FALSE(loadBytes(*b, before));
+    }
+
+    // Well-formed blocks of the wrong kind or with damaged payloads.
+    const Bytes gainEntry = floatValues(ByteBuilder().str("plugin.modMain.gain.gain"), 1, {{2.0}}).bytes;
+    auto payload = [&](uint32_t version, uint32_t count, const Bytes& entries) {
+        ByteBuilder p;
+        p.u32(version).u32(count);
+        p.bytes.insert(p.bytes.end(), entries.begin(), entries.end());
+        return p.bytes;
+    };
+    expectRejected(stateBlock(payload(1, 1, gainEntry), makeTag("abnk")), "foreign tag");
+    expectRejected(stateBlock(payload(2, 1, gainEntry)), "version");
+    expectRejected(stateBlock(payload(1, 2, gainEntry)), "count beyond the entries");
+    Bytes twice = gainEntry;
+    twice.insert(twice.end(), gainEntry.begin(), gainEntry.end());
+    expectRejected(stateBlock(payload(1, 2, twice)), "an entry twice");
+    Bytes trailing = payload(1, 1, gainEntry);
+    trailing.push_back(0);
+    expectRejected(stateBlock(trailing), "trailing byte");
+    expectRejected(stateBlock(payload(1, 1, floatValues(ByteBuilder().str("plugin.modMain.gain.gain"), 2, {{2.0, 3.0}}).bytes)),
+                   "known parameter in another shape");
+    expectRejected(stateBlock(payload(1, 1, floatValues(ByteBuilder().str("plugin.modMain.gain.gain"), 1, {{kNaN}}).bytes)),
+                   "NaN");
+    expectRejected(stateBlock(payload(1, 1, floatValues(ByteBuilder().str("plugin.modMain.gain.gain"), 1,
+                                                        std::vector<std::vector<double>>(9, {1.0}))
+                                                .bytes)),
+                   "more groups than the instance has");
+    expectRejected(stateBlock(payload(1, 1, ByteBuilder().str("plugin.other").u32(1).u32(0).u32(0).bytes)),
+                   "unknown parameter of element size 0");
+}
+
+TEST_F(WrapperInstance, StateWithoutAParameterResetsItToDefaults)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    w->set("plugin.modMain.levels", 9.0, 1);
+    w->set("plugin.modMain.bypass-enable", 1.0);
+    CAudioParamUpdateContext context;
+    w->param("plugin.modMain.label")->setString(0, 0, CString("Mine"), nullptr, context);
+
+    // Names in ascending order; an entry of a parameter this instance doesn't have is read
+    // and skipped; values beyond the range are brought into it.
+    ByteBuilder p;
+    p.u32(1).u32(3);
+    floatValues(p.str("plugin.modMain.gain.gain"), 1, {{2.0}, {}, {50.0}});
+    floatValues(p.str("plugin.modMain.later"), 3, {{1.0, 2.0, 3.0}});
+    floatValues(p.str("plugin.zzz"), 1, {});
+    CErrorPtr error = loadBytes(*w, stateBlock(p.bytes));
+    ASSERT_FALSE(error) << error->text().toUtf8();
+    EXPECT_EQ(w->value("plugin.modMain.gain.gain", 0), 2.0);
+    EXPECT_EQ(w->value("plugin.modMain.gain.gain", 1), 1.0);
+    EXPECT_EQ(w->value("plugin.modMain.gain.gain", 2), 10.0);
+    EXPECT_EQ(w->value("plugin.modMain.levels", 1, 0), 1.0);
+    EXPECT_EQ(w->value("plugin.modMain.levels", 1, 2), 3.0);
+    EXPECT_EQ(w->value("plugin.modMain.bypass-enable"), 0.0);
+    EXPECT_EQ(w->param("plugin.modMain.label")->getString(0, 0).toUtf8(), "Default");
+    EXPECT_EQ(w->paramCollector()->findParam(CString("plugin.modMain.later")), nullptr);
+}
+
+TEST_F(WrapperInstance, NonFiniteInputLeavesNoTrace)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    w->set("plugin.modMain.delay.latency", 32.0);
+    for (bool isDouble : {false, true}) {
+        SCOPED_TRACE(isDouble ? "64-bit" : "32-bit");
+        const HostSetup setup{isDouble, 2, 2, 44100.0};
+        prepare(*w, setup);
+        Signal bad(2, std::vector<double>(1000, kNaN));
+        bad[1].assign(1000, kInf);
+        bad[0][10] = -kInf;
+        bad[1][20] = -kNaN;
+        processAll(*w, setup, bad, {256});
+        const Signal in = tones(2, 44100);
+        const Signal out = processAll(*w, setup, in, {256});
+        for (size_t c = 0; c < 2; ++c)
+            for (size_t i = 0; i < out[c].size(); ++i) {
+                ASSERT_TRUE(std::isfinite(out[c][i])) << c << " " << i;
+                if (i >= 32) {
+                    ASSERT_EQ(out[c][i], isDouble ? in[c][i - 32] : asFloat(in[c][i - 32])) << c << " " << i;
+                }
+            }
+    }
+}
+
+TEST_F(WrapperInstance, NoDenormalsAfterTheSignalStops)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    w->set("plugin.modMain.gain.gain", 1e-3);
+    EXPECT_FALSE(CScopedDenormalFlush::isActive());
+    for (bool isDouble : {false, true}) {
+        SCOPED_TRACE(isDouble ? "64-bit" : "32-bit");
+        const HostSetup setup{isDouble, 2, 2, 44100.0};
+        prepare(*w, setup);
+        Signal in = tones(2, 88200);
+        // The tone stops at one second; denormal numbers follow it.
+        for (size_t c = 0; c < 2; ++c)
+            for (size_t i = 44100; i < 88200; ++i)
+                in[c][i] = i % 3 == 0 ? (isDouble ? 1e-310 : 1e-40) : 0.0;
+        const Signal out = processAll(*w, setup, in, {1000});
+        for (size_t c = 0; c < 2; ++c)
+            for (size_t i = 0; i < out[c].size(); ++i) {
+                const bool isSubnormal = isDouble ? std::fpclassify(out[c][i]) == FP_SUBNORMAL
+                                                  : std::fpclassify(float(out[c][i])) == FP_SUBNORMAL;
+                ASSERT_FALSE(isSubnormal) << c << " " << i;
+                if (i >= 44100) {
+                    ASSERT_EQ(out[c][i], 0.0) << c << " " << i;
+                }
+            }
+        // The block's floating-point mode was the block's alone.
+        EXPECT_FALSE(CScopedDenormalFlush::isActive());
+    }
+}
+
+TEST_F(WrapperInstance, HostFactsBecomeParameters)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    w->setTrackName(CString("Bass"));
+    EXPECT_EQ(w->param("plugin.modMain.host-track-name")->getString(0, 0).toUtf8(), "Bass");
+    // Without use-host-bpm the tempo goes nowhere.
+    w->setHostBpm(120.0);
+    EXPECT_EQ(w->paramCollector()->findParam(CString("plugin.modMain.host-bpm")), nullptr);
+    // Labels are kept; the routing they would feed is not part of this instance.
+    w->setInputLabels({CString("L"), CString("R")}, {});
+    w->updateRouting(true, CString(), CString());
+    w->importChannelLabels();
+    EXPECT_EQ(w->paramCollector()->findParam(CString("plugin.modMain.io-params.in-channel-names")), nullptr);
+}
+
+TEST_F(WrapperInstance, EditsReachTheHostByIndex)
+{
+    auto w = start();
+    ASSERT_TRUE(w);
+    CAudioParam* gain = w->param("plugin.modMain.gain.gain");
+    CAudioParam* levels = w->param("plugin.modMain.levels");
+    w->beginParamEdit(gain, 0, 0);
+    w->endParamEdit(gain, 0, 0);
+    w->beginParamEdit(levels, 0, 1);
+    w->beginParamEdit(levels, 0, 0);
+    w->beginParamEdit(levels, 1, 1);
+    w->beginParamEdit(w->param("plugin.modMain.scratch"), 0, 0);
+    EXPECT_EQ(w->begins, (std::vector<int32_t>{1, 2}));
+    EXPECT_EQ(w->ends, std::vector<int32_t>{1});
+
+    // A change from inside reaches the host with the parameter's index and position.
+    w->extChanges.clear();
+    levels->setElementValue(50.0, 0, 1, nullptr);
+    ASSERT_EQ(w->extChanges.size(), 1u);
+    EXPECT_EQ(w->extChanges[0].index, 2);
+    EXPECT_DOUBLE_EQ(w->extChanges[0].value, 0.75);
+}
+
+TEST_F(WrapperInstance, WindowFollowsStoredScaleAndSize)
+{
+    struct Case
+    {
+        const char* useSystemScale;
+        const char* scale2;
+        const char* scale;
+        double expected;
+    };
+    for (const Case& c : {Case{"true", "1.5", "1.0", 1.5}, Case{"true", "1.12", "1.0", 1.1}, Case{"true", "0.5", "1.0", 0.8},
+                          Case{"true", "big", "1.0", 1.0}, Case{"false", "1.5", "2.0", 2.0}, Case{"0", "1.5", "1.25", 1.25}}) {
+        SCOPED_TRACE(std::string(c.useSystemScale) + " " + c.scale2 + " " + c.scale);
+        CAppData::local().setString(CString("ui-scale-usesr"), CString(c.useSystemScale), nullptr);
+        CAppData::local().setString(CString("ui-scale2"), CString(c.scale2), nullptr);
+        CAppData::local().setString(CString("ui-scale"), CString(c.scale), nullptr);
+        auto w = start();
+        ASSERT_TRUE(w);
+        EXPECT_NEAR(w->windowScale(), c.expected, 1e-12);
+        EXPECT_EQ(w->windowWidth(), int32_t(std::lround(500 * c.expected)));
+        EXPECT_EQ(w->windowHeight(), int32_t(std::lround(200 * c.expected)));
+        EXPECT_EQ(w->minWindowWidth(), int32_t(std::lround(300 * c.expected)));
+        EXPECT_EQ(w->minWindowHeight(), int32_t(std::lround(150 * c.expected)));
+        w.reset();
+        m_app.reset();
+    }
+    CAppData::local().setString(CString("ui-scale-usesr"), CString("true"), nullptr);
+    CAppData::local().setString(CString("ui-scale2"), CString("1.0"), nullptr);
+    CAppData::local().setString(CString("ui-scale"), CString("1.0"), nullptr);
+
+    // With resizing the window follows the size parameter.
+    auto w = start("WrapperResizing.xml");
+    ASSERT_TRUE(w);
+    EXPECT_TRUE(w->useWindowResizing());
+    CAudioParam* size = w->param("plugin.modMain.main-window-size");
+    size->setElementValue(640.0, 0, 0, nullptr);
+    size->setElementValue(360.0, 0, 1, nullptr);
+    EXPECT_EQ(w->windowWidth(), 640);
+    EXPECT_EQ(w->windowHeight(), 360);
+    // Never below the project's minimum.
+    size->setElementValue(100.0, 0, 0, nullptr);
+    EXPECT_EQ(w->windowWidth(), 300);
+    EXPECT_EQ(w->windowHeight(), 360);
+}
+
+} // namespace
