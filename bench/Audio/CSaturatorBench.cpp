@@ -187,7 +187,7 @@ void BM_SatEBOutputStage(benchmark::State& state)
     for (auto _ : state) {
         if (at + n > kSignalLength)
             at = 0;
-        CSatEBKernel::runOutput(stage.coeffs, signalIn.data() + at, levelIn.data() + at, out.data(), n);
+        stage.kernel.runOutput(stage.coeffs, signalIn.data() + at, levelIn.data() + at, out.data(), n);
         at += n;
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();

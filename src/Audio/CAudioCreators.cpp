@@ -33,8 +33,14 @@
 #include "Audio/Processes/CModGlowCoreDef.h"
 #include "Audio/Processes/CModNodeDef.h"
 #include "Audio/Processes/CModOutputDef.h"
+#include "Audio/Processes/CModPassThroughDef.h"
 #include "Audio/Processes/CModProcessSwitchDef.h"
 #include "Audio/Processes/CModSatEBDef.h"
+#include "Audio/ParamFilters/CAudioParamFilterBypassGroupSoloDef.h"
+#include "Audio/ParamFilters/CAudioParamFilterBypassOSDef.h"
+#include "Audio/ParamFilters/CAudioParamFilterFixedAGDef.h"
+#include "Audio/ParamFilters/CAudioParamRemapDef.h"
+#include "Audio/ParamFilters/CAudioParamSharedStorage.h"
 
 namespace qel {
 
@@ -76,6 +82,19 @@ const CCreatorRow kAudioCreatorRows[] = {
     creatorRow<CAudioFilterGenArray>("audio:fltgen-array"),
     creatorRow<CAudioFilterGenArrayItem>("audio:fltgen-array-item"),
     creatorRow<CModFilterIIRDef>("audio:modFilterIIR"),
+    // Stand-ins that pass the signal until these processes have classes of their own; a
+    // class that arrives replaces its row here.
+    creatorRow<CModPassThroughDef>("audio:modResampler"),
+    creatorRow<CModPassThroughDef>("audio:modInterpolator"),
+    creatorRow<CModPassThroughDef>("audio:modDecimator"),
+    creatorRow<CModPassThroughDef>("audio:modFilterFIR"),
+    creatorRow<CModPassThroughDef>("audio:modLatencyUniformer"),
+    creatorRow<CModPassThroughDef>("audio:modMeter"),
+    creatorRow<CAudioParamRemapDef>("audio:param-remap"),
+    creatorRow<CAudioParamSharedStorage>("audio:param-shared-storage"),
+    creatorRow<CAudioParamFilterBypassOSDef>("audio:param-filter-bypass-os"),
+    creatorRow<CAudioParamFilterBypassGroupSoloDef>("audio:param-filter-bypass-group-solo"),
+    creatorRow<CAudioParamFilterFixedAGDef>("audio:param-filter-fixedag"),
     {nullptr, nullptr, nullptr},
 };
 

@@ -3,48 +3,48 @@
 #include "Audio/CAudioParam.h"
 #include "Audio/CAudioParamCollector.h"
 #include "Audio/CAudioParamInfo.h"
-#include "Core/CByteArray.h"
+#include "Audio/CAudioParamQueuedChange.h"
 #include "Core/CInputStream.h"
-#include "Core/CMemoryReader.h"
 #include "Core/COutputStream.h"
-#include "Core/CWriteSeqBuffer.h"
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace qel {
 namespace {
-
-// What a stored form of an unknown parameter may declare before it counts as damage.
-constexpr uint32_t kMaxElementSize = 64;
-constexpr uint32_t kMaxDataType = CAudioParamStorage::Raw;
 
 // Every group and element must fit the room the audio side keeps, or applying the state
 // would make the audio thread allocate; nothing this product writes comes near it.
 constexpr int32_t kMaxElements = 16;
 
-CErrorPtr checkValues(const CAudioParamStorage& values, int32_t maxGroups, const CString& name)
+CErrorPtr checkValues(const CAudioParamStorage& values, int32_t maxGroups, const CString& key)
 {
     if (values.groupCount() > maxGroups)
         return QEL_ERROR(CString(), "@qelstr_CAudioHostState_read_GroupCount Too many groups (%1) stored for parameter '%2'.",
-                         CString::number(values.groupCount()), name);
+                         CString::number(values.groupCount()), key);
     for (int32_t g = 0; g < values.groupCount(); ++g) {
         const int32_t count = values.elementCount(g);
         if (count > kMaxElements)
             return QEL_ERROR(CString(), "@qelstr_CAudioHostState_read_ElementCount Too many elements (%1) stored for parameter '%2'.",
-                             CString::number(count), name);
+                             CString::number(count), key);
         if (values.dataType() != CAudioParamStorage::Float)
             continue;
         const double* v = values.groupValues(g);
         for (int32_t i = 0; i < count * values.elementSize(); ++i)
             if (!std::isfinite(v[i]))
                 return QEL_ERROR(CString(), "@qelstr_CAudioHostState_read_InvalidValue Invalid value stored for parameter '%1'.",
-                                 name);
+                                 key);
     }
     return nullptr;
 }
 
 } // namespace
+
+CAudioHostState::CAudioHostState(const CString& hierarchy, const CString& family)
+    : m_hierarchy(hierarchy), m_family(family)
+{
+}
 
 bool CAudioHostState::isStored(const CAudioParam& param)
 {
@@ -52,111 +52,76 @@ bool CAudioHostState::isStored(const CAudioParam& param)
     return info && (info->isStorable || info->isPersistent);
 }
 
-void CAudioHostState::capture(CAudioParamCollector& collector)
+CErrorPtr CAudioHostState::capture(CAudioParamCollector& collector, const CString& presetName)
 {
-    m_entries.clear();
+    m_decoded.clear();
+    m_preset.clear();
+    m_preset.setName(presetName);
     std::vector<CAudioParam*> params;
     collector.getParams(params);
     for (CAudioParam* param : params) {
-        if (!isStored(*param))
+        CString key;
+        if (!isStored(*param) || !CAudioPreset::makeKey(param->name(), m_hierarchy, key))
             continue;
-        CEntry entry;
-        entry.param = param;
-        entry.name = param->name();
+        CAudioParamStorage values;
         {
             CLockGuard guard(param->lock());
-            entry.values = param->values();
+            values = param->values();
         }
         // Groups at the end that hold nothing read as defaults and aren't written, so that
         // equal values always give equal bytes, however many groups were touched before.
-        int32_t groups = entry.values.groupCount();
-        while (groups > 0 && entry.values.elementCount(groups - 1) == 0)
+        int32_t groups = values.groupCount();
+        while (groups > 0 && values.elementCount(groups - 1) == 0)
             --groups;
-        entry.values.setGroupCount(groups);
-        m_entries.push_back(std::move(entry));
+        values.setGroupCount(groups);
+        QEL_RETURN_IF_ERROR(m_preset.entry(key).store(param->info()->fullName, values, -1), param->name());
     }
+    return nullptr;
 }
 
 CErrorPtr CAudioHostState::write(COutputStream& out) const
 {
-    CWriteSeqBuffer payload;
-    QEL_RETURN_IF_ERROR(payload.writeU32(kVersion), CString());
-    QEL_RETURN_IF_ERROR(payload.writeU32(uint32_t(m_entries.size())), CString());
-    for (const CEntry& entry : m_entries) {
-        QEL_RETURN_IF_ERROR(payload.writeString(entry.name), entry.name);
-        QEL_RETURN_IF_ERROR(entry.values.save(payload, -1), entry.name);
-    }
-    CByteArray bytes;
-    QEL_RETURN_IF_ERROR(payload.toArray(bytes), CString());
-    QEL_RETURN_IF_ERROR(out.writeCompressedData(bytes, kTag), CString());
+    QEL_RETURN_IF_ERROR(m_preset.writeBlock(out), CString());
     return nullptr;
 }
 
 CErrorPtr CAudioHostState::read(CInputStream& in, CAudioParamCollector& collector)
 {
-    m_entries.clear();
-    CByteArray bytes;
-    QEL_RETURN_IF_ERROR(in.readCompressedData(bytes, kTag), CString());
-    if (CErrorPtr error = decode(bytes.data(), bytes.size(), collector)) {
-        m_entries.clear();
-        return QEL_TRAIL(error, CString());
+    m_decoded.clear();
+    m_preset.clear();
+    CAudioPreset preset;
+    QEL_RETURN_IF_ERROR(preset.readBlock(in), CString());
+    CString id, name;
+    CAudioPreset::splitPresetName(preset.name(), id, name);
+    if (id != m_family)
+        return QEL_ERROR(preset.name(), "@qelstr_CAudioHostState_read_IncompatiblePreset Incompatible preset.");
+    const CString presetName = preset.name();
+    std::swap(m_preset, preset);
+    if (CErrorPtr error = decode(collector, m_decoded)) {
+        m_decoded.clear();
+        m_preset.clear();
+        return QEL_TRAIL(error, presetName);
     }
     return nullptr;
 }
 
-CErrorPtr CAudioHostState::decode(const uint8_t* data, size_t size, CAudioParamCollector& collector)
+CErrorPtr CAudioHostState::decode(CAudioParamCollector& collector, std::vector<CDecoded>& out) const
 {
-    CMemoryReader in(data, size);
-    uint32_t version = 0, count = 0;
-    QEL_RETURN_IF_ERROR(in.readU32(version), CString());
-    if (version != kVersion)
-        return QEL_ERROR(CString(), "@qelstr_CAudioHostState_read_VersionError Unsupported host state version %1.",
-                         CString::number(version));
-    QEL_RETURN_IF_ERROR(in.readU32(count), CString());
     const int32_t maxGroups = std::max(collector.reservedGroups(), 1);
-    CString previous;
-    for (uint32_t i = 0; i < count; ++i) {
-        CString name;
-        QEL_RETURN_IF_ERROR(in.readString(name), CString());
-        // Names stand in ascending order, as written; this also rules out a name twice.
-        if (i > 0 && !CStringLess()(previous, name))
-            return QEL_ERROR(CString(), "@qelstr_CAudioHostState_read_EntryOrder Parameter '%1' out of order in host state.",
-                             name);
-        previous = name;
-
-        CAudioParam* param = collector.findParam(name);
-        const bool isKnown = param && isStored(*param);
-        CAudioParamStorage values;
-        if (isKnown) {
-            values.setFormat(*param->info());
-        } else {
-            // Read with the format it declares, to step over it.
-            int64_t at = 0;
-            uint32_t head[3] = {};
-            QEL_RETURN_IF_ERROR(in.getPosition(at), name);
-            for (uint32_t& word : head)
-                QEL_RETURN_IF_ERROR(in.readU32(word), name);
-            if (head[1] == 0 || head[1] > kMaxElementSize || head[2] > kMaxDataType)
-                return QEL_ERROR(CString(), "@qelstr_CAudioHostState_read_FormatError Invalid stored format of parameter '%1'.",
-                                 name);
-            QEL_RETURN_IF_ERROR(in.setPosition(at), name);
-            values.setFormat(int32_t(head[1]), head[2], false, false);
-        }
-        QEL_RETURN_IF_ERROR(values.load(in), name);
-        if (!isKnown)
+    for (const auto& [key, entry] : m_preset.entries()) {
+        CAudioParam* param = collector.findParam(m_hierarchy + key);
+        if (!param || !isStored(*param))
             continue;
-        QEL_RETURN_IF_ERROR(checkValues(values, maxGroups, name), name);
-        values.clampValues(*param->info());
-        CEntry entry;
-        entry.param = param;
-        entry.name = name;
-        entry.values = std::move(values);
-        m_entries.push_back(std::move(entry));
+        CDecoded decoded;
+        decoded.param = param;
+        decoded.values.setFormat(*param->info());
+        // The stored definition name plays no part: the key alone decides.
+        CString definitionName;
+        QEL_RETURN_IF_ERROR(entry.parse(definitionName, decoded.values), key);
+        QEL_RETURN_IF_ERROR(checkValues(decoded.values, maxGroups, key), key);
+        decoded.values.clampValues(*param->info());
+        out.push_back(std::move(decoded));
     }
-    int64_t end = 0;
-    QEL_RETURN_IF_ERROR(in.getPosition(end), CString());
-    if (uint64_t(end) != size)
-        return QEL_ERROR(CString(), "@qelstr_CAudioHostState_read_TrailingData Unexpected data at the end of the host state.");
     return nullptr;
 }
 
@@ -164,13 +129,18 @@ void CAudioHostState::apply(CAudioParamCollector& collector) const
 {
     std::vector<CAudioParam*> params;
     collector.getParams(params);
+    // One batch: host notifications wait for its end, and the audio side takes it whole.
+    collector.enterBatch();
+    CAudioParamQueuedChange* batch = nullptr;
+    CAudioParamUpdateContext context;
+    context.batchTail = &batch;
     for (CAudioParam* param : params) {
-        if (!isStored(*param))
+        CString key;
+        if (!isStored(*param) || !CAudioPreset::makeKey(param->name(), m_hierarchy, key))
             continue;
-        const auto found = std::find_if(m_entries.begin(), m_entries.end(),
-                                        [&](const CEntry& entry) { return entry.param == param; });
-        CAudioParamUpdateContext context;
-        if (found == m_entries.end()) {
+        const auto found = std::find_if(m_decoded.begin(), m_decoded.end(),
+                                        [&](const CDecoded& decoded) { return decoded.param == param; });
+        if (found == m_decoded.end()) {
             param->reset(-1, -1, context, false);
             continue;
         }
@@ -186,6 +156,8 @@ void CAudioHostState::apply(CAudioParamCollector& collector) const
                 break;
         }
     }
+    collector.postChanges(batch);
+    collector.releaseUpdate(true);
 }
 
 } // namespace qel

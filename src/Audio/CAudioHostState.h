@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Audio/CAudioParamStorage.h"
-#include "Core/CDataTag.h"
+#include "Audio/CAudioPreset.h"
 #include "Core/CError.h"
 #include "Core/CString.h"
 
@@ -15,50 +15,50 @@ class CAudioParamCollector;
 class CInputStream;
 class COutputStream;
 
-// The state a host keeps in its project for one instance: the values of every storable and
-// persistent parameter, as one compressed block of tag `aprs`. Its payload:
+// The state a host keeps in its project for one instance: the master preset of the
+// instance's parameters, as one `aprs` block. The preset holds every parameter under
+// `hierarchy` (a prefix ending in ".") that the definition marks storable or persistent,
+// keyed by its name less that prefix, and is named `family:name`.
 //
-//   u32 version (1), u32 entry count, then per entry in ascending order of names:
-//   the parameter's full name as a string, and its values in their stored form
-//   (CAudioParamStorage::save of all groups, without empty groups at the end).
+// Reading is all or nothing: the whole block is decoded, and every entry of a stored
+// parameter parsed and checked against it, before anything is applied; applying cannot
+// fail. An entry whose key names no stored parameter of this instance is left aside, so
+// that a state written by a later version still loads; a stored parameter without an
+// entry goes back to its defaults. A preset of another family is refused.
 //
-// Reading is all or nothing: the whole block is decoded and checked against the live
-// parameters first, and applying it cannot fail. Entries of parameters this instance
-// doesn't have, or doesn't store, are read and ignored, so that a state written by a
-// later version still loads; a stored parameter without an entry goes back to its
-// defaults.
-//
-// Host main thread; changes reach the audio thread through the collector's queue.
+// Host main thread; changes reach the audio thread through the collector's queue in one
+// piece, so the audio side never runs a block with half a state.
 class CAudioHostState
 {
 public:
-    static constexpr uint32_t kTag = makeTag("aprs");
-    static constexpr uint32_t kVersion = 1;
+    CAudioHostState(const CString& hierarchy, const CString& family);
 
     // The parameters that belong in the state.
     static bool isStored(const CAudioParam& param);
 
     // Takes the current values of the collector's stored parameters.
-    void capture(CAudioParamCollector& collector);
+    CErrorPtr capture(CAudioParamCollector& collector, const CString& presetName);
     CErrorPtr write(COutputStream& out) const;
-    // Decodes a block against the collector's parameters; on error this state is empty.
+    // Decodes a block against the collector's parameters; on error nothing is kept.
     CErrorPtr read(CInputStream& in, CAudioParamCollector& collector);
-    // Writes the values to the live parameters.
+    // Writes the values read to the live parameters.
     void apply(CAudioParamCollector& collector) const;
 
-    int32_t entryCount() const { return int32_t(m_entries.size()); }
+    const CAudioPreset& preset() const { return m_preset; }
 
 private:
-    struct CEntry
+    struct CDecoded
     {
         CAudioParam* param = nullptr;
-        CString name;
         CAudioParamStorage values;
     };
 
-    CErrorPtr decode(const uint8_t* data, size_t size, CAudioParamCollector& collector);
+    CErrorPtr decode(CAudioParamCollector& collector, std::vector<CDecoded>& out) const;
 
-    std::vector<CEntry> m_entries;
+    CString m_hierarchy;
+    CString m_family;
+    CAudioPreset m_preset;
+    std::vector<CDecoded> m_decoded;
 };
 
 } // namespace qel

@@ -4,6 +4,7 @@
 #include "Audio/CAudioParamCollector.h"
 #include "Audio/CAudioParamInfo.h"
 #include "Audio/CAudioParamQueuedChange.h"
+#include "Audio/ParamFilters/CAudioParamFilter.h"
 
 #include <algorithm>
 #include <atomic>
@@ -86,8 +87,10 @@ void CAudioParam::change(const CAudioParamChange& input, CAudioParamUpdateContex
         message.context = &context;
         m_collector->notify(&message);
     }
-    for (CAudioParamFilter* filter : std::vector<CAudioParamFilter*>(m_filters))
-        filter->onParamChanged(*this, c, context);
+    // By index and without a copy: this may be the audio thread, applying a host's
+    // automation. Filters join and leave only under this lock.
+    for (size_t i = 0; i < m_filters.size(); ++i)
+        m_filters[i]->onSourceChanged(*this, c, context);
 }
 
 void CAudioParam::sendToAudio(const CAudioParamChange& c, CAudioParamUpdateContext& context)
@@ -261,7 +264,6 @@ void CAudioParam::addFilter(CAudioParamFilter* filter)
 {
     CAudioParamLock lock(*this);
     m_filters.push_back(filter);
-    filter->onFilterAttached(*this);
 }
 
 void CAudioParam::removeFilter(CAudioParamFilter* filter)

@@ -29,18 +29,6 @@ struct CAudioParamListener
     CAudioParamListener* next = nullptr;
 };
 
-// A filter reacts to every change of the parameters it is attached to.
-class CAudioParamFilter
-{
-public:
-    virtual ~CAudioParamFilter() = default;
-    // Under the parameter's lock, after the change was applied and announced.
-    virtual void onParamChanged(class CAudioParam& param, const CAudioParamChange& change,
-                                CAudioParamUpdateContext& context) = 0;
-    // Once when attached: for the defaults and for each group.
-    virtual void onFilterAttached(class CAudioParam& param) { (void)param; }
-};
-
 // A live parameter, found by its full name in the collector. `values` is what the UI and
 // the host see; `audioValues` what the audio thread sees, fed by a queue and touched only
 // by the audio thread once audio runs. A parameter may exist before its definition: it
@@ -83,6 +71,8 @@ public:
     void reset(int32_t group, int32_t element, CAudioParamUpdateContext& context, bool useFirst);
     void attachDefinition(const CAudioParamInfo* info, CAudioParamUpdateContext& context);
 
+    // A filter (ParamFilters/CAudioParamFilter) hears every change of the parameter,
+    // under its lock, after the change was applied and announced.
     void addFilter(CAudioParamFilter* filter);
     void removeFilter(CAudioParamFilter* filter);
 

@@ -3,6 +3,9 @@
 #include "Audio/CAudioEnv.h"
 #include "Audio/CAudioExtParamHostBridge.h"
 #include "Audio/CAudioParamQueuedChange.h"
+#include "Audio/ParamFilters/CAudioParamFilter.h"
+#include "Audio/ParamFilters/CAudioParamFilterDef.h"
+#include "Audio/ParamFilters/CSharedParam.h"
 
 #include <mutex>
 
@@ -13,6 +16,11 @@ CAudioParamCollector::CAudioParamCollector() = default;
 CAudioParamCollector::~CAudioParamCollector()
 {
     CAudioParamQueuedChange::freeList(m_pending);
+    // Filters and shared parameters leave their parameters while those are still here.
+    for (CFilterEntry& entry : m_filters)
+        entry.filter->detach();
+    m_filters.clear();
+    m_sharedParams.clear();
     // A parameter gives the listener nodes still claiming it back as it goes: that must
     // happen while the nodes' blocks and their lock are still here.
     m_params.clear();
@@ -80,6 +88,48 @@ void CAudioParamCollector::addAlias(const CString& alias, const CString& target)
 {
     CLockGuard guard(m_paramsLock);
     m_aliases[alias] = target;
+}
+
+void CAudioParamCollector::addSharedParam(const CString& paramName, CAppData* store, const CString& dataName)
+{
+    if (!store)
+        return;
+    CAudioParam* param = getParam(paramName);
+    CLockGuard guard(m_linksLock);
+    for (const auto& shared : m_sharedParams)
+        if (&shared->param() == param && &shared->store() == store && shared->dataName() == dataName)
+            return;
+    m_sharedParams.push_back(std::make_unique<CSharedParam>(*this, *param, *store, dataName));
+    m_sharedParams.back()->start();
+}
+
+CErrorPtr CAudioParamCollector::addFilter(const CAudioParamFilterDef& definition, const CString& processName,
+                                          const std::vector<CString>& sourceNames,
+                                          const std::vector<CString>& destinationNames)
+{
+    CLockGuard guard(m_linksLock);
+    for (const CFilterEntry& entry : m_filters)
+        if (entry.definition == &definition && entry.processName == processName)
+            return nullptr;
+    std::unique_ptr<CAudioParamFilter> filter(definition.createFilter());
+    if (!filter)
+        return nullptr;
+    QEL_RETURN_IF_ERROR(filter->init(&definition, this, sourceNames, destinationNames), definition.getFullName());
+    filter->attach();
+    m_filters.push_back(CFilterEntry{&definition, processName, std::move(filter)});
+    return nullptr;
+}
+
+size_t CAudioParamCollector::sharedParamCount()
+{
+    CLockGuard guard(m_linksLock);
+    return m_sharedParams.size();
+}
+
+size_t CAudioParamCollector::filterCount()
+{
+    CLockGuard guard(m_linksLock);
+    return m_filters.size();
 }
 
 void CAudioParamCollector::start()

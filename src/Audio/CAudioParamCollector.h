@@ -11,8 +11,10 @@
 
 namespace qel {
 
+class CAppData;
 class CAudioEnv;
 class CAudioExtParamHostBridge;
+class CAudioParamFilterDef;
 class CAudioParamQueuedChange;
 
 // What the collector's listeners hear on every change of a parameter, in the writer's
@@ -31,6 +33,9 @@ struct CAudioParamUpdateMessage : CUpdateMessage
 class CAudioParamCollector : public CObject, public CUpdateNotifier
 {
 public:
+    // A parameter bound to a key of an application data store; its own file.
+    class CSharedParam;
+
     CAudioParamCollector();
     ~CAudioParamCollector() override;
 
@@ -54,6 +59,17 @@ public:
 
     // Listeners attach with the parameter's address as context.
     uint64_t getListenKey(uintptr_t context) override { return context; }
+
+    // ---- what process definitions tie to parameters, made at set-up. One of each per
+    // parameter, store and key, or per filter definition and process name: every copy of
+    // a stacked process asks, and the first one makes it. They live as long as the
+    // collector.
+    void addSharedParam(const CString& paramName, CAppData* store, const CString& dataName);
+    // `sourceNames` and `destinationNames` are full names; the filter's init may refuse them.
+    CErrorPtr addFilter(const CAudioParamFilterDef& definition, const CString& processName,
+                        const std::vector<CString>& sourceNames, const std::vector<CString>& destinationNames);
+    size_t sharedParamCount();
+    size_t filterCount();
 
     // ---- the queue to the audio thread
     void post(CAudioParamQueuedChange* change);
@@ -82,6 +98,12 @@ private:
         int index;
         double value;
     };
+    struct CFilterEntry
+    {
+        const CAudioParamFilterDef* definition = nullptr;
+        CString processName;
+        std::unique_ptr<CAudioParamFilter> filter;
+    };
 
     void appendFolding(CAudioParamQueuedChange* change);
 
@@ -93,6 +115,9 @@ private:
     CCriticalSection m_paramsLock{4000};
     CMap<CString, std::unique_ptr<CAudioParam>> m_params;
     CMap<CString, CString> m_aliases;
+    CCriticalSection m_linksLock{4000}; // guards the two lists below; set-up only
+    std::vector<std::unique_ptr<CSharedParam>> m_sharedParams;
+    std::vector<CFilterEntry> m_filters;
     CCriticalSection m_updatesLock{4000};
     std::vector<HostUpdate> m_hostUpdates;
     int32_t m_lockDepth = 0;

@@ -1,9 +1,9 @@
 #include "Audio/CAudioParamInfo.h"
 
+#include "Audio/CAudioPresetList.h"
 #include "Audio/Converters/CAudioParamConverter.h"
 #include "Core/CAppData.h"
 #include "Core/CApplication.h"
-#include "Core/CMemoryReader.h"
 #include "Core/CObject.h"
 #include "Core/CPtrArray.h"
 
@@ -30,36 +30,6 @@ CString trim(const CString& text)
     while (end > start && isTrimmed(text.at(end - 1)))
         --end;
     return text.substring(start, end - start);
-}
-
-// The names of the presets of a stored list: "has bank", then a bank (name, count,
-// presets of name and entries). Entries are skipped; only the names are wanted here.
-CErrorPtr readPresetNames(const CByteArray& bytes, std::vector<CString>& names)
-{
-    CMemoryReader in(bytes.data(), bytes.size());
-    uint32_t hasBank = 0;
-    QEL_RETURN_IF_ERROR(in.readU32(hasBank), CString());
-    if (hasBank == 0)
-        return nullptr;
-    CString bankName;
-    uint32_t presets = 0;
-    QEL_RETURN_IF_ERROR(in.readString(bankName), CString());
-    QEL_RETURN_IF_ERROR(in.readU32(presets), CString());
-    for (uint32_t p = 0; p < presets; ++p) {
-        CString name;
-        uint32_t entries = 0;
-        QEL_RETURN_IF_ERROR(in.readString(name), CString());
-        QEL_RETURN_IF_ERROR(in.readU32(entries), CString());
-        for (uint32_t e = 0; e < entries; ++e) {
-            CString key;
-            uint32_t size = 0;
-            QEL_RETURN_IF_ERROR(in.readString(key), CString());
-            QEL_RETURN_IF_ERROR(in.readU32(size), CString());
-            QEL_RETURN_IF_ERROR(in.skip(size), CString());
-        }
-        names.push_back(name);
-    }
-    return nullptr;
 }
 
 } // namespace
@@ -146,10 +116,11 @@ CErrorPtr CAudioParamInfo::parseStateNames(const CString& text)
     if (bytes.isEmpty())
         return QEL_ERROR(CString(), "@qelstr_CAudioParamInfo_parseStateNames_NoData No state names data available in '%1'.",
                          listName);
-    std::vector<CString> presets;
-    QEL_RETURN_IF_ERROR(readPresetNames(bytes, presets), CString());
-    for (const CString& preset : presets) {
+    CAudioPresetList list;
+    QEL_RETURN_IF_ERROR(list.fromBytes(bytes), listName);
+    for (int32_t i = 0; i < list.bank().presetCount(); ++i) {
         // "QMGC:Very Soft;VSoft": the registry's id goes, the rest is one plain entry.
+        const CString& preset = list.bank().preset(i).name();
         const CString entry = preset.substring(preset.find(':') + 1);
         const int semicolon = entry.find(';');
         const CString longName = trim(semicolon < 0 ? entry : entry.substring(0, semicolon));

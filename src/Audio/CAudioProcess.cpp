@@ -277,7 +277,7 @@ void CAudioProcess::collect(CNode* junction, uint32_t visit)
 void CAudioProcess::computeLinks()
 {
     for (auto& node : m_nodes) {
-        node->isBypassed = holds(node->def->bypassStateId());
+        node->isBypassed = holds(node->def->bypassStateId()) && !node->isLeaving;
         node->sources.clear();
         node->junctionInputs.clear();
         for (auto& e : node->inputs)
@@ -501,6 +501,30 @@ void CAudioProcess::orderRun()
     m_hasSequenceError = hasCycle;
 }
 
+void CAudioProcess::noteStateChanges()
+{
+    for (auto& node : m_nodes) {
+        if (!node->process)
+            continue;
+        const bool isHeld = holds(node->def->bypassStateId());
+        node->isEntering = false;
+        if (isHeld && !node->wasHeld && node->isActive) {
+            const double seconds = node->process->fadeOutToInput();
+            if (seconds > 0.0) {
+                node->isLeaving = true;
+                node->hasLeft = 0;
+                addTimer(seconds, &node->hasLeft);
+            }
+        } else if (!isHeld && node->isLeaving) {
+            node->isLeaving = false;
+            node->process->fadeInFromInput();
+        } else if (!isHeld && node->wasHeld) {
+            node->isEntering = true;
+        }
+        node->wasHeld = isHeld;
+    }
+}
+
 void CAudioProcess::plan()
 {
     const auto keep = [](CNode& node) {
@@ -511,10 +535,15 @@ void CAudioProcess::plan()
         keep(*node);
     keep(m_output);
     evaluateStates();
+    noteStateChanges();
     computeLinks();
     dropUnfed();
     applyPlan();
     orderRun();
+    // What came in because its state ended starts from its input.
+    for (auto& node : m_nodes)
+        if (node->isEntering && node->isActive)
+            node->process->fadeInFromInput();
 }
 
 // ---- run time
@@ -522,6 +551,19 @@ void CAudioProcess::plan()
 void CAudioProcess::update()
 {
     bool isReplan = m_allChanged != 0;
+    for (auto& node : m_nodes) {
+        if (!node->hasLeft)
+            continue;
+        node->hasLeft = 0;
+        // The timer counts whole blocks: what is left of the fade is waited for.
+        const double seconds = node->isLeaving ? node->process->fadeOutToInput() : 0.0;
+        if (seconds > 0.0) {
+            addTimer(seconds, &node->hasLeft);
+            continue;
+        }
+        node->isLeaving = false;
+        isReplan = true;
+    }
     for (auto& b : m_stateParams)
         for (int32_t i = 0; i < b->listenerCount; ++i)
             isReplan = std::atomic_ref<uint32_t>(b->masks[i]).exchange(0, std::memory_order_acq_rel) != 0 || isReplan;
@@ -540,6 +582,13 @@ void CAudioProcess::process()
 void CAudioProcess::reset()
 {
     CAudioProcessBase::reset();
+    // The timers went with the reset: what was leaving goes at the next plan.
+    for (auto& node : m_nodes) {
+        if (node->isLeaving)
+            m_allChanged = 1;
+        node->isLeaving = false;
+        node->hasLeft = 0;
+    }
     for (auto& node : m_nodes) {
         if (node->process)
             node->process->reset();
@@ -568,6 +617,8 @@ void CAudioProcess::release()
         if (node->isActive)
             node->process->deactivate();
         node->isActive = false;
+        node->isLeaving = false;
+        node->hasLeft = 0;
     }
     m_runOrder.clear();
     m_sink->release();

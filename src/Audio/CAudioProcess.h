@@ -17,6 +17,10 @@ class CModNode;
 // A composite process: its children, the links between them, and the planner that decides
 // from the bypass states which children run, how they are linked and in which order.
 //
+// A child that its bypass state takes out while audio runs may first fade to its own
+// input (a smooth leaf does): the plan keeps it until it has, and one that comes in
+// fades from its input, so that switching a stage in or out costs no click.
+//
 // Every child that is not a prototype or a junction is made at set-up, and so is a stream
 // for every link any combination of bypass states can ask for (found by planning each
 // combination once). Planning on the audio thread then only counts links, connects and
@@ -93,6 +97,12 @@ private:
         std::vector<CNode*> junctionInputs;
         bool isActive = false;
         bool isPlaced = false;
+        // The node's bypass state held at the last plan; the node fades to its input
+        // before the state takes it out, until its timer tells it has.
+        bool wasHeld = false;
+        bool isLeaving = false;
+        bool isEntering = false;
+        uint8_t hasLeft = 0;
         int32_t linkCount = 0;
         uint32_t visit = 0;
     };
@@ -132,6 +142,7 @@ private:
     void connect(CLinkEntry& entry, CNode& dst);
     void disconnect(CLinkEntry& entry, CNode& dst);
     void orderRun();
+    void noteStateChanges();
     void plan();
 
     std::unique_ptr<CModNode> m_sink;

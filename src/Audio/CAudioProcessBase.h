@@ -106,6 +106,14 @@ public:
     // A child leaves the running graph, or comes back with cleared state.
     void deactivate();
     void activate();
+    // Audio thread, when the process's bypass state is about to take it out of the path:
+    // the seconds it needs to fade to its own input first, which its parent waits before
+    // taking it out; 0 lets it go at once, as a process that can't do so answers.
+    virtual double fadeOutToInput() { return 0.0; }
+    // Audio thread, when the process has come into the path because its bypass state ended
+    // (or before it could leave): it starts from its input and fades to its own output, if
+    // it can.
+    virtual void fadeInFromInput() {}
 
     // Not the audio thread: writes to the log what the audio thread could only note.
     virtual void flushDiagnostics();

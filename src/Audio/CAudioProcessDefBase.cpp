@@ -4,8 +4,15 @@
 #include "Audio/CAudioParamCollector.h"
 #include "Audio/CAudioParamDef.h"
 #include "Audio/CAudioProcessBase.h"
+#include "Audio/CAudioProcessMB.h"
+#include "Audio/CAudioProcessStack.h"
+#include "Audio/ParamFilters/CAudioParamFilterDef.h"
+#include "Audio/ParamFilters/CAudioParamRemapDef.h"
+#include "Audio/ParamFilters/CAudioParamSharedStorage.h"
 
 #include <memory>
+#include <new>
+#include <vector>
 
 namespace qel {
 
@@ -48,32 +55,21 @@ CErrorPtr CAudioProcessDefBase::createProcess(CAudioProcessBase*& outProcess, CA
                                               CSampleBufferPool* pool, bool skipStack, bool skipMultiband) const
 {
     outProcess = nullptr;
-    if (m_isMultiband && !skipMultiband)
-        return createMultiband(outProcess);
-    if (m_isStacked && !skipStack)
-        return createStack(outProcess);
-    std::unique_ptr<CAudioProcessBase> process(newProcess());
+    std::unique_ptr<CAudioProcessBase> process(m_isMultiband && !skipMultiband ? newMultiband()
+                                               : m_isStacked && !skipStack   ? newStack()
+                                                                             : newProcess());
     if (!process)
         return QEL_ERROR(getFullName(), "@qelstr_CAudioProcessDefBase_createProcess_NotAvailable Audio process creation is not available.");
     process->setup(this, parent, fullName, env, group, m_stackIndexShift + element, pool);
-    attachParamDefs(env, fullName);
-    // Remaps and parameter filters join here once their definition classes exist.
+    QEL_RETURN_IF_ERROR(bindParams(env, fullName), fullName);
     QEL_RETURN_IF_ERROR(process->init(), fullName);
     outProcess = process.release();
     return nullptr;
 }
 
-CErrorPtr CAudioProcessDefBase::createStack(CAudioProcessBase*& outProcess) const
-{
-    outProcess = nullptr;
-    return QEL_ERROR(getFullName(), "@qelstr_CAudioProcessDefBase_createProcess_NotAvailable Audio process creation is not available.");
-}
+CAudioProcessBase* CAudioProcessDefBase::newStack() const { return new (std::nothrow) CAudioProcessStack(); }
 
-CErrorPtr CAudioProcessDefBase::createMultiband(CAudioProcessBase*& outProcess) const
-{
-    outProcess = nullptr;
-    return QEL_ERROR(getFullName(), "@qelstr_CAudioProcessDefBase_createProcess_NotAvailable Audio process creation is not available.");
-}
+CAudioProcessBase* CAudioProcessDefBase::newMultiband() const { return new (std::nothrow) CAudioProcessMB(); }
 
 CAudioProcessBase* CAudioProcessDefBase::newProcess() const { return nullptr; }
 
@@ -84,9 +80,46 @@ void CAudioProcessDefBase::attachParamDefs(CAudioEnv* env, const CString& fullNa
         return;
     // Every instance attaches the same definition; after the first this changes nothing.
     for (const auto& entry : params()) {
+        const CString name = resolveParamPath(fullName, entry.path);
+        // A remapped name stands for a parameter declared elsewhere, which keeps its own
+        // definition: this one only describes the slot.
+        if (collector->isAliased(name))
+            continue;
         CAudioParamUpdateContext context;
-        collector->getParam(resolveParamPath(fullName, entry.path))->attachDefinition(&entry.object->info(), context);
+        collector->getParam(name)->attachDefinition(&entry.object->info(), context);
     }
+}
+
+CErrorPtr CAudioProcessDefBase::bindParams(CAudioEnv* env, const CString& fullName) const
+{
+    CAudioParamCollector* collector = env ? env->paramCollector() : nullptr;
+    if (!collector)
+        return nullptr;
+    // Aliases first: the definitions attached next, and every parameter that this process
+    // and its children bind later, must already find their targets.
+    for (const CAudioParamRemapDef* remap : remaps()) {
+        for (const CAudioParamRemapDef::CPair& pair : remap->pairs()) {
+            const CString alias = resolveParamPath(fullName, pair.orig);
+            const CString target = resolveParamPath(fullName, pair.target);
+            if (alias != target)
+                collector->addAlias(alias, target);
+        }
+    }
+    attachParamDefs(env, fullName);
+    // The collector keeps one of each per process name, whichever copy asks first.
+    for (const auto& entry : sharedStorages())
+        collector->addSharedParam(resolveParamPath(fullName, entry.path), entry.object->store(),
+                                  entry.object->dataName());
+    for (const CAudioParamFilterDef* filter : paramFilters()) {
+        std::vector<CString> sources;
+        std::vector<CString> destinations;
+        for (const CString& name : filter->sourceNames())
+            sources.push_back(resolveParamPath(fullName, name));
+        for (const CString& name : filter->destinationNames())
+            destinations.push_back(resolveParamPath(fullName, name));
+        QEL_RETURN_IF_ERROR(collector->addFilter(*filter, fullName, sources, destinations), fullName);
+    }
+    return nullptr;
 }
 
 CString CAudioProcessDefBase::resolveParamPath(const CString& baseName, const CString& path)

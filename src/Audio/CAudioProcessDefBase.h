@@ -33,6 +33,12 @@ public:
     CErrorPtr createProcess(CAudioProcessBase*& outProcess, CAudioProcessBase* parent, const CString& fullName,
                             CAudioEnv* env, int32_t group, int32_t element, CSampleBufferPool* pool, bool skipStack,
                             bool skipMultiband) const;
+    // Set-up thread: what the definition says about parameters, in the environment's
+    // collector, for a process named `fullName`: remaps become aliases, the parameters it
+    // declares get their definitions, shared storages and filters are made. Every copy of
+    // a stacked or multiband definition and its wrapper may call it: what exists already
+    // is kept.
+    CErrorPtr bindParams(CAudioEnv* env, const CString& fullName) const;
 
     // A parameter path as a process's definition writes it, resolved against the
     // process's dotted full name: "/x" is absolute; each leading '^' drops the last
@@ -68,9 +74,9 @@ protected:
     virtual CAudioProcessBase* newProcess() const;
 
 private:
-    // Where the wrappers of stacks and multiband processes will be made.
-    CErrorPtr createStack(CAudioProcessBase*& outProcess) const;
-    CErrorPtr createMultiband(CAudioProcessBase*& outProcess) const;
+    // The wrappers that run copies of this definition: per group and element, per band.
+    CAudioProcessBase* newStack() const;
+    CAudioProcessBase* newMultiband() const;
     void attachParamDefs(CAudioEnv* env, const CString& fullName) const;
 
     bool m_isSmoothUpdate = false;

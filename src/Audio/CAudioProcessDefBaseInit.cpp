@@ -6,11 +6,6 @@ namespace qel {
 
 namespace {
 
-bool hasTagPrefix(const CObject& object, const CString& prefix)
-{
-    return object.tag().substring(0, prefix.length()) == prefix;
-}
-
 CString lastComponent(const CString& dotted)
 {
     return dotted.substring(dotted.findLast('.') + 1);
@@ -32,8 +27,8 @@ CErrorPtr CAudioProcessDefBaseInit::initChilds()
         CObject* c = child(i);
         if (auto* alloc = dynamic_cast<CAudioParamAllocDef*>(c)) {
             m_paramAllocs[alloc->index()] = alloc;
-        } else if (c->tag() == CString("audio:param-remap")) {
-            m_remaps.append(c);
+        } else if (auto* remap = dynamic_cast<CAudioParamRemapDef*>(c)) {
+            m_remaps.append(remap);
         } else if (!fileParamChild(c, CString()) && c->tag() == groupTag) {
             const CString groupPath = CString(".").append(c->name());
             // Only one level: a group's own groups, allocs and remaps mean nothing here.
@@ -50,12 +45,12 @@ bool CAudioProcessDefBaseInit::fileParamChild(CObject* object, const CString& gr
     const auto pathOf = [&](const CString& name) {
         return CString(groupPath).append(".").append(groupPath.isEmpty() ? name : lastComponent(name));
     };
-    if (object->tag() == CString("audio:param-shared-storage")) {
-        m_sharedStorages.push_back({pathOf(object->getAttrString(CString("param"))), object});
+    if (auto* storage = dynamic_cast<CAudioParamSharedStorage*>(object)) {
+        m_sharedStorages.push_back({pathOf(storage->paramName()), storage});
         return true;
     }
-    if (hasTagPrefix(*object, CString("audio:param-filter-"))) {
-        m_paramFilters.append(object);
+    if (auto* filter = dynamic_cast<CAudioParamFilterDef*>(object)) {
+        m_paramFilters.append(filter);
         return true;
     }
     if (auto* param = dynamic_cast<CAudioParamDef*>(object)) {

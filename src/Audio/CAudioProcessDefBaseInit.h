@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Audio/ParamFilters/CAudioParamFilterDef.h"
+#include "Audio/ParamFilters/CAudioParamRemapDef.h"
+#include "Audio/ParamFilters/CAudioParamSharedStorage.h"
 #include "Core/CMap.h"
 #include "Core/CObject.h"
 #include "Core/CPtrArray.h"
@@ -19,13 +22,6 @@ class CAudioParamDef;
 class CAudioProcessDefBaseInit : public CObject
 {
 public:
-    // Remaps, shared storages and parameter filters are filed by tag and held as plain
-    // objects until their definition classes exist; these aliases are then retargeted and
-    // the tag tests in fileParamChild become casts.
-    using CParamRemapDefSlot = CObject;
-    using CParamSharedStorageSlot = CObject;
-    using CParamFilterDefSlot = CObject;
-
     template <class T>
     struct CPathEntry
     {
@@ -39,9 +35,9 @@ public:
     // By slot index; a later row with the same index replaced an earlier one.
     const CMap<int32_t, CAudioParamAllocDef*>& paramAllocs() const { return m_paramAllocs; }
     const std::vector<CPathEntry<CAudioParamDef>>& params() const { return m_params; }
-    const CPtrArray<CParamRemapDefSlot>& remaps() const { return m_remaps; }
-    const std::vector<CPathEntry<CParamSharedStorageSlot>>& sharedStorages() const { return m_sharedStorages; }
-    const CPtrArray<CParamFilterDefSlot>& paramFilters() const { return m_paramFilters; }
+    const CPtrArray<CAudioParamRemapDef>& remaps() const { return m_remaps; }
+    const std::vector<CPathEntry<CAudioParamSharedStorage>>& sharedStorages() const { return m_sharedStorages; }
+    const CPtrArray<CAudioParamFilterDef>& paramFilters() const { return m_paramFilters; }
 
 private:
     // Files a parameter, a shared storage or a filter; `groupPath` is empty at the top
@@ -50,9 +46,9 @@ private:
 
     CMap<int32_t, CAudioParamAllocDef*> m_paramAllocs;
     std::vector<CPathEntry<CAudioParamDef>> m_params;
-    CPtrArray<CParamRemapDefSlot> m_remaps;
-    std::vector<CPathEntry<CParamSharedStorageSlot>> m_sharedStorages;
-    CPtrArray<CParamFilterDefSlot> m_paramFilters;
+    CPtrArray<CAudioParamRemapDef> m_remaps;
+    std::vector<CPathEntry<CAudioParamSharedStorage>> m_sharedStorages;
+    CPtrArray<CAudioParamFilterDef> m_paramFilters;
 };
 
 } // namespace qel

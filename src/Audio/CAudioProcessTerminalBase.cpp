@@ -116,6 +116,8 @@ void CAudioProcessTerminalBase::retireFades()
 void CAudioProcessTerminalBase::reset()
 {
     CAudioProcessBase::reset();
+    m_side.stop();
+    m_sideMode = SideNone;
     retireFades();
     for (int32_t i = 0; i < m_slotCount; ++i)
         m_slots[i].current->reset();
@@ -123,6 +125,9 @@ void CAudioProcessTerminalBase::reset()
 
 void CAudioProcessTerminalBase::release()
 {
+    m_side.stop();
+    m_sideMode = SideNone;
+    m_isFadeInPending = false;
     retireFades();
     for (int32_t i = 0; i < m_slotCount; ++i) {
         giveBack(m_slots[i].current);
@@ -209,7 +214,18 @@ void CAudioProcessTerminalBase::update()
 {
     if (m_reconfigured) {
         rebuildModules();
+        // Coming into the path reconfigures: the modules for the new channels stand now.
+        if (m_isFadeInPending) {
+            m_isFadeInPending = false;
+            if (m_sideMode == SideNone)
+                startSideFade(SideFadingIn);
+        }
         return;
+    }
+    if (m_isFadeInPending) {
+        m_isFadeInPending = false;
+        if (m_sideMode == SideNone)
+            startSideFade(SideFadingIn);
     }
     bool isUpdated = false;
     for (int32_t i = 0; i < m_slotCount; ++i) {
@@ -282,6 +298,66 @@ void CAudioProcessTerminalBase::startFade(CSlot& s)
         addTimer(double(s.wait + length) / m_inputRate, &s.timerFired);
 }
 
+// ---- coming into the path and going out of it
+
+void CAudioProcessTerminalBase::startSideFade(int32_t mode)
+{
+    const int32_t length = CXFadeKernel::lengthFor(m_inputRate, m_xfadeSeconds);
+    // Turned round halfway, the fade goes back from where it stands: the raised cosine
+    // from the point whose weights are those of now with the sides swapped.
+    const bool isTurning = m_side.isRunning() && mode != m_sideMode
+                           && (m_sideMode == SideFadingIn || m_sideMode == SideFadingOut);
+    const int32_t elapsed = isTurning ? std::clamp(length - m_side.remaining(), 0, length) : 0;
+    m_side.start(length);
+    if (isTurning)
+        m_side.skip(length - elapsed);
+    m_sideMode = mode;
+}
+
+double CAudioProcessTerminalBase::fadeOutToInput()
+{
+    m_isFadeInPending = false;
+    if (!isSmoothLeaf() || m_slotCount == 0 || !(m_inputRate > 0.0) || m_sideMode == SidePassing)
+        return 0.0;
+    // Asked again while the fade runs, it tells what is left of it.
+    if (m_sideMode != SideFadingOut)
+        startSideFade(SideFadingOut);
+    return double(m_side.remaining()) / m_inputRate;
+}
+
+void CAudioProcessTerminalBase::fadeInFromInput()
+{
+    if (!isSmoothLeaf() || m_sideMode == SideFadingIn)
+        return;
+    // Back before it left: from where it stands towards its own output again.
+    if (m_sideMode == SideFadingOut || m_sideMode == SidePassing)
+        startSideFade(SideFadingIn);
+    else
+        m_isFadeInPending = true;
+}
+
+double* CAudioProcessTerminalBase::mixSide(CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n)
+{
+    if (oldOut == newOut || !oldOut || !newOut) {
+        if (oldOut == newOut) {
+            Pool::release(oldOut);
+            return newOut;
+        }
+        return newOut ? newOut : oldOut;
+    }
+    double* out = Pool::refCount(newOut) == 1 ? newOut : Pool::refCount(oldOut) == 1 ? oldOut : m_pool->take(n);
+    if (!out) {
+        Pool::release(oldOut);
+        return newOut;
+    }
+    kernel.run(oldOut, newOut, out, n);
+    if (out != oldOut)
+        Pool::release(oldOut);
+    if (out != newOut)
+        Pool::release(newOut);
+    return out;
+}
+
 // ---- one block
 
 double* CAudioProcessTerminalBase::mixFade(const CSlot& s, CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n)
@@ -334,7 +410,19 @@ void CAudioProcessTerminalBase::process()
             for (int32_t c = 0; c < s.current->channelCount() && count < CAudioStream::kMaxChannels; ++c) {
                 double* out = s.current->takeOutput(c, p);
                 // Every channel fades from the same point of the one kernel of the slot.
-                outs[count++] = s.isFading ? mixFade(s, s.fade, s.old->takeOutput(c, p), out, n) : out;
+                if (s.isFading)
+                    out = mixFade(s, s.fade, s.old->takeOutput(c, p), out, n);
+                double* input = p == 0 && m_sideMode != SideNone ? in.channels[s.current->channel(c).index].buffer : nullptr;
+                if (input) {
+                    Pool::addRef(input);
+                    if (m_sideMode == SidePassing) {
+                        Pool::release(out);
+                        out = input;
+                    } else {
+                        out = m_sideMode == SideFadingIn ? mixSide(m_side, input, out, n) : mixSide(m_side, out, input, n);
+                    }
+                }
+                outs[count++] = out;
             }
         }
         if (s.isFading) {
@@ -343,6 +431,11 @@ void CAudioProcessTerminalBase::process()
             s.fade.skip(n - wait);
             s.isFading = s.wait > 0 || s.fade.isRunning();
         }
+    }
+    if (n > 0 && (m_sideMode == SideFadingIn || m_sideMode == SideFadingOut)) {
+        m_side.skip(n);
+        if (!m_side.isRunning())
+            m_sideMode = m_sideMode == SideFadingIn ? SideNone : SidePassing;
     }
     // The table and the slots change together in update, so they match here. Without a
     // block the streams still learn its length, and nobody reads last block's buffers.

@@ -23,6 +23,11 @@ namespace qel {
 // the next one with the newest values: restarting halfway would jump, and keeping three
 // modules in play would have no bound under steady automation.
 //
+// A smooth leaf that its bypass state takes out of the path, or brings into it, fades
+// between its input and its modules' outputs over the same raised cosine, so that the
+// bypass costs no click either: port 0's channels fade, the side ports of a module (a
+// level) have no input to fade to and stay as they are.
+//
 // Modules come from a free list filled at set-up for kPreparedChannels channels (twice for
 // a smooth leaf), so channels coming and going, bypass toggles and fades cost no
 // allocation; only a layout wider than that makes more on the audio thread, once.
@@ -41,6 +46,8 @@ public:
     void process() override;
     void release() override;
     void flushDiagnostics() override;
+    double fadeOutToInput() override;
+    void fadeInFromInput() override;
 
     // A module's slot has no param-alloc row. Any thread; logged by flushDiagnostics.
     void noteMissingParam(int32_t index);
@@ -79,12 +86,20 @@ private:
     double* mixFade(const CSlot& slot, CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n);
     void buildOutputTable();
     bool isSmoothLeaf() const;
+    void startSideFade(int32_t mode);
+    double* mixSide(CXFadeKernel kernel, double* moduleOut, double* input, int32_t n);
 
     std::vector<std::unique_ptr<CAudioModule>> m_modules;
     std::vector<CAudioModule*> m_free;
     CSlot m_slots[CAudioPort::kMaxChannels];
     int32_t m_slotCount = 0;
     double m_xfadeSeconds = 0.015;
+    // Between the input and the modules (the process coming in or going out of the path):
+    // the fade, and which way it runs.
+    enum SideMode : int32_t { SideNone, SideFadingIn, SideFadingOut, SidePassing };
+    CXFadeKernel m_side;
+    int32_t m_sideMode = SideNone;
+    bool m_isFadeInPending = false;
     std::atomic<uint64_t> m_missingParams{0};
     uint64_t m_loggedParams = 0;
 };

@@ -43,6 +43,11 @@ bool isStoredTrue(const CString& text) { return text == CString("1") || text == 
 
 CString mainParamName(const char* name) { return CString("plugin.modMain.").append(name); }
 
+// The host state is the master preset of the instance: its family and the part of the
+// tree it covers, as the master registry of the definition names them once it has one.
+constexpr const char* kMasterPresetFamily = "k27w";
+constexpr const char* kMasterHierarchy = "plugin.modMain.";
+
 } // namespace
 
 CAudioWrapper::CAudioWrapper() = default;
@@ -466,8 +471,10 @@ CErrorPtr CAudioWrapper::saveState(COutputStream& out)
 {
     if (!m_collector)
         return QEL_ERROR(CString(), "@qelstr_CAudioWrapper_saveState_NotInitialized Audio wrapper is not initialized.");
-    CAudioHostState state;
-    state.capture(*m_collector);
+    CAudioHostState state{CString(kMasterHierarchy), CString(kMasterPresetFamily)};
+    CString program;
+    programName(currentProgram(), program);
+    QEL_RETURN_IF_ERROR(state.capture(*m_collector, CString(kMasterPresetFamily).append(":").append(program)), CString());
     QEL_RETURN_IF_ERROR(state.write(out), CString());
     return nullptr;
 }
@@ -476,7 +483,7 @@ CErrorPtr CAudioWrapper::loadState(CInputStream& in)
 {
     if (!m_collector)
         return QEL_ERROR(CString(), "@qelstr_CAudioWrapper_loadState_NotInitialized Audio wrapper is not initialized.");
-    CAudioHostState state;
+    CAudioHostState state{CString(kMasterHierarchy), CString(kMasterPresetFamily)};
     QEL_RETURN_IF_ERROR(state.read(in, *m_collector), CString());
     state.apply(*m_collector);
     return nullptr;

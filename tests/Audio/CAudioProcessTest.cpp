@@ -3,6 +3,7 @@
 
 #include "GraphTestSupport.h"
 
+#include "Audio/CAudioProcessStack.h"
 #include "Audio/CAudioProcessTerminalBase.h"
 
 #include <tuple>
@@ -235,20 +236,23 @@ TEST_F(ProcessGraph, SlotsWithoutRowsAreLoggedOnce)
     EXPECT_EQ(log.lines.size(), 3u);
 }
 
-TEST_F(ProcessGraph, StacksAndMultibandWaitForTheirWrappers)
+// The wrappers come first, unless the caller makes their inner instances: a multiband
+// process before a stack, and this one refuses to split without its parameters.
+TEST_F(ProcessGraph, WrappersAreMadeUnlessSkipped)
 {
     CObject* made = nullptr;
     ASSERT_FALSE(m_root->createChild(made, CString("stackedGain"), CString("stacked"), true));
     const auto* def = static_cast<CAudioProcessDefBase*>(made);
     CSampleBufferPool pool;
-    for (const auto& [skipStack, skipMultiband, isMade] : std::vector<std::tuple<bool, bool, bool>>{
-             {false, false, false}, {true, false, false}, {false, true, false}, {true, true, true}}) {
+    for (const auto& [skipStack, skipMultiband, kind] : std::vector<std::tuple<bool, bool, std::string>>{
+             {false, false, "refused"}, {true, false, "refused"}, {false, true, "stack"}, {true, true, "gain"}}) {
         SCOPED_TRACE(testing::Message() << skipStack << skipMultiband);
         CAudioProcessBase* process = nullptr;
         CErrorPtr error = def->createProcess(process, nullptr, CString("plugin.stacked"), m_env, 0, 0, &pool, skipStack, skipMultiband);
         std::unique_ptr<CAudioProcessBase> owned(process);
-        EXPECT_EQ(firstLine(error), isMade ? "" : "Audio process creation is not available.");
-        EXPECT_EQ(process != nullptr, isMade);
+        EXPECT_EQ(firstLine(error), kind == "refused" ? "No 'multiband-freq-param' attribute defined." : "");
+        EXPECT_EQ(dynamic_cast<CAudioProcessStack*>(process) != nullptr, kind == "stack");
+        EXPECT_EQ(dynamic_cast<CAudioProcessTerminalBase*>(process) != nullptr, kind == "gain");
     }
 }
 

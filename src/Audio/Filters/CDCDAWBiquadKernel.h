@@ -60,6 +60,9 @@ inline void biquadRunPlain(const double* c, double& w1State, double& w2State, co
 // The same with fused multiply-adds, on processors that have them; chosen at init.
 void biquadRunFma(const double* c, double& w1State, double& w2State, const double* in, double* out, int32_t n) noexcept;
 bool hasFma();
+// AVX2 alone: for loops that run four samples side by side and must round as the plain
+// build does, so never fuse a multiply and an add.
+bool hasAvx2();
 
 } // namespace dcdaw
 } // namespace qel

@@ -2,7 +2,6 @@
 
 #include "Audio/Processes/CGlowCoreCoeffs.h"
 
-#include <cmath>
 #include <cstdint>
 
 namespace qel {
@@ -14,6 +13,12 @@ namespace qel {
 // ((A - offset) + (biasV - (u - z) gainV) (B - A)) makeup. The other type feeds back its
 // own output through the same one-pole and scales by the auto gain instead of makeup.
 // Without a feed, u reads as 0.
+//
+// Where the time goes: with type 1, every sample waits for the last only through the
+// one-pole (a subtract, a multiply and an add); the curves, two square roots among them,
+// do not wait for anything. Where the processor has AVX2 the one-pole runs sample by
+// sample as always while the curves of four samples are computed side by side, each with
+// the scalar curve's operations in its order, so the output is the same bit for bit.
 //
 // The state is snapped to 0 at the block edge once it falls below kStateFloor: a feed of
 // exact zeros (a saturator mode that rests at exactly 0 behind a host's digital silence)
@@ -29,6 +34,8 @@ public:
 
     enum class Kind : int32_t { Type1, Type1NoFeed, Feedback, FeedbackNoFeed };
 
+    CGlowCoreKernel();
+
     static Kind kindFor(const CGlowCoreCoeffs& k, bool hasFeed)
     {
         if (k.isType1)
@@ -39,63 +46,11 @@ public:
     void reset() { m_z = 0.0; }
     double state() const { return m_z; }
 
-    void run(Kind kind, const CGlowCoreCoeffs& k, const double* in, const double* feed, double* out, int32_t n) noexcept
-    {
-        switch (kind) {
-        case Kind::Type1:
-            runType1<true>(k, in, feed, out, n);
-            break;
-        case Kind::Type1NoFeed:
-            runType1<false>(k, in, feed, out, n);
-            break;
-        case Kind::Feedback:
-            runFeedback<true>(k, in, feed, out, n);
-            break;
-        case Kind::FeedbackNoFeed:
-            runFeedback<false>(k, in, feed, out, n);
-            break;
-        }
-    }
+    void run(Kind kind, const CGlowCoreCoeffs& k, const double* in, const double* feed, double* out, int32_t n) noexcept;
 
 private:
-    template <bool HasFeed>
-    void runType1(const CGlowCoreCoeffs& coeffs, const double* __restrict in, const double* __restrict feed,
-                  double* __restrict out, int32_t n) noexcept
-    {
-        const CGlowCoreCoeffs k = coeffs; // a local copy: nothing written in the loop can alias it
-        double z = m_z;
-        for (int32_t i = 0; i < n; ++i) {
-            const double u = HasFeed ? feed[i] : 0.0;
-            z += (u - z) * k.k;
-            const double v = in[i] * k.gainI + k.biasI;
-            const double a = k.curveA(v);
-            const double b = k.curveB(v);
-            const double h = (u - z) * k.gainV;
-            out[i] = ((a - k.offset) + (k.biasV - h) * (b - a)) * k.makeupGain;
-        }
-        m_z = std::fabs(z) < kStateFloor ? 0.0 : z;
-    }
-
-    template <bool HasFeed>
-    void runFeedback(const CGlowCoreCoeffs& coeffs, const double* __restrict in, const double* __restrict feed,
-                     double* __restrict out, int32_t n) noexcept
-    {
-        const CGlowCoreCoeffs k = coeffs;
-        double z = m_z;
-        for (int32_t i = 0; i < n; ++i) {
-            const double u = HasFeed ? feed[i] : 0.0;
-            const double v = in[i] * k.gainI + k.biasI;
-            const double a = k.curveA(v);
-            const double b = k.curveB(v);
-            const double r = z + (u - z) * k.k;
-            const double y = (a - k.offset) + (k.biasV - r * k.gainV) * (b - a);
-            z = y;
-            out[i] = y * k.norm;
-        }
-        m_z = std::fabs(z) < kStateFloor ? 0.0 : z;
-    }
-
     double m_z = 0.0;
+    bool m_isWide = false;
 };
 
 } // namespace qel

@@ -45,7 +45,7 @@ CErrorPtr CModProcessSwitch::addChain(const CModProcessSwitchDef::CEntry* entry,
 {
     auto chain = std::make_unique<CChain>();
     chain->entry = entry;
-    const CString name = CString(m_fullName).append(".").append(entry->childName);
+    const CString name = entry->childName.isEmpty() ? m_fullName : CString(m_fullName).append(".").append(entry->childName);
     for (int32_t i = 0; i < length; ++i) {
         CAudioProcessBase* made = nullptr;
         QEL_RETURN_IF_ERROR(entry->def->createProcess(made, this, name, m_env, m_group, m_element, m_pool, false, false),

@@ -45,8 +45,6 @@ CErrorPtr CModProcessSwitchDef::initChilds()
         CAudioProcessDefBase* def = nullptr;
         QEL_RETURN_IF_ERROR(findObjectChecked(def, path), getFullName());
         entry.def = def;
-        if (entry.childName.isEmpty())
-            entry.childName = def->name();
         m_table[index] = entry;
     }
     return nullptr;

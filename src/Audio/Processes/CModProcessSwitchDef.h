@@ -12,7 +12,9 @@ namespace qel {
 // "index:path" or "index:path=child-name" separated by ';', the index decimal or
 // hexadecimal ("0x", "0X", '#', '$'), a path starting with '.' relative to this
 // definition. An index the table lacks takes `def-index`'s entry; an item without a child
-// name takes `def-child-name` (and without that, the definition's own name).
+// name takes `def-child-name`. Without either, the instance takes the switch's own name,
+// so that its parameters are the switch's: a band switch's filter reads the band's `freq`
+// as "<switch>.freq", whichever of its choices is in place.
 class CModProcessSwitchDef : public CAudioProcessDefBase
 {
 public:

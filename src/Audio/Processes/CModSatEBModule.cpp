@@ -124,7 +124,7 @@ void CModSatEBModule::processOutput(int32_t n)
         const int32_t index = m_levelIndex[c];
         const double* level = index >= 0 && index < levels.channelCount ? levels.channels[index].buffer : nullptr;
         if (level)
-            CSatEBKernel::runOutput(m_coeffs, input(c), level, out, n);
+            m_kernels[c].runOutput(m_coeffs, input(c), level, out, n);
         else
             std::fill(out, out + n, 0.0);
         setOutput(c, out);

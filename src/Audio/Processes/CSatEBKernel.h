@@ -2,7 +2,6 @@
 
 #include "Audio/Processes/CSatEBCoeffs.h"
 
-#include <cmath>
 #include <cstdint>
 
 namespace qel {
@@ -15,10 +14,17 @@ namespace qel {
 // the output stage, with the band filters in between, bends with the same level: the two
 // stages are two halves of one non-linearity around the filters.
 //
+// Where the time goes: every sample of the input stage waits for the last one, through
+// the window's sum, its square root, the curve's division and the square that goes back
+// into the sum (see the loop). The output stage has no memory; its samples go through the
+// curve side by side, four at a time where the processor has AVX2.
+//
 // Audio thread. State is copied into locals for the loop and written back after it.
 class CSatEBKernel
 {
 public:
+    CSatEBKernel();
+
     // Points at a ring of at least `length` samples and starts the window empty.
     void start(double* ring, int32_t length) noexcept
     {
@@ -35,50 +41,22 @@ public:
     bool isFull() const { return m_isFull; }
 
     // x in, inverted and saturated out; the level used for each sample into `level`.
-    void runInput(const CSatEBCoeffs& coeffs, const double* __restrict in, double* __restrict out,
-                  double* __restrict level, int32_t n) noexcept
-    {
-        const CSatEBCoeffs k = coeffs; // a local copy: nothing written in the loop can alias it
-        double* __restrict ring = m_ring;
-        const int32_t length = m_length;
-        const double invLength = m_invLength;
-        double sum = m_sum;
-        int32_t pos = m_pos;
-        bool isFull = m_isFull;
-        for (int32_t i = 0; i < n; ++i) {
-            const double e = std::sqrt(sum * invLength + CSatEBCoeffs::kLevelFloor);
-            level[i] = e;
-            const double be = k.biasGain2 * e;
-            const double t = k.cb + be * be + k.drive * in[i] + k.biasGain * e;
-            const double y = k.curve(t, e);
-            if (isFull)
-                sum -= ring[pos];
-            const double yy = y * y;
-            ring[pos] = yy;
-            sum += yy;
-            if (++pos == length) {
-                pos = 0;
-                isFull = true;
-            }
-            out[i] = (y - k.y0) * k.outGain;
-        }
-        m_sum = sum;
-        m_pos = pos;
-        m_isFull = isFull;
-    }
+    void runInput(const CSatEBCoeffs& coeffs, const double* in, double* out, double* level, int32_t n) noexcept;
 
     // The input stage's output z back through the curve at the input stage's level e: no
     // level of its own, no square term, and no drive, which invOutGain has already undone.
-    static void runOutput(const CSatEBCoeffs& coeffs, const double* __restrict in, const double* __restrict level,
-                          double* __restrict out, int32_t n) noexcept
+    void runOutput(const CSatEBCoeffs& coeffs, const double* in, const double* level, double* out, int32_t n) const noexcept;
+
+    // The window's state, which the loops of each build read and write.
+    struct CWindow
     {
-        const CSatEBCoeffs k = coeffs;
-        for (int32_t i = 0; i < n; ++i) {
-            const double e = level[i];
-            const double t = k.cbOut + k.biasGain * e + in[i] * k.invOutGain;
-            out[i] = (k.curve(t, e) - k.y0out) * k.outGain;
-        }
-    }
+        double* ring;
+        int32_t length;
+        double invLength;
+        double sum;
+        int32_t pos;
+        bool isFull;
+    };
 
 private:
     double* m_ring = nullptr;
@@ -87,6 +65,7 @@ private:
     double m_sum = 0.0;
     int32_t m_pos = 0;
     bool m_isFull = false;
+    bool m_isWide = false;
 };
 
 } // namespace qel

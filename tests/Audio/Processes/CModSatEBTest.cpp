@@ -153,6 +153,33 @@ TEST_F(SatEB, NewRateStartsTheWindowAfresh)
     EXPECT_EQ(module<CModSatEBModule>("modSatEB").kernel(0).length(), 9754);
 }
 
+// A signal hundreds of times full scale drives the sum of bias and signal past the shift,
+// where the curve is its parabola alone, in both stages and in every lane the output stage
+// computes side by side, and back below it.
+TEST_F(SatEB, BeyondTheShiftTheCurveIsItsParabola)
+{
+    constexpr double kRate = 48000.0;
+    const SatMode& warm = kSatModes[8];
+    Graph& g = build("pair", {0}, kRate);
+    setSat("pair.modSatEB", warm, kDrives[3]);
+    setSat("pair.modSatEBOut", warm, kDrives[3]);
+    Signal in = {program(kRate, 0.3, 9)};
+    for (double& x : in[0])
+        x *= 400.0;
+    RefSatEB first(warm, kDrives[3], kRate);
+    const RefSatEB second(warm, kDrives[3], kRate);
+    std::vector<double> expected;
+    size_t beyond = 0;
+    for (const double x : in[0]) {
+        double e = 0.0;
+        const double z = first.input(x, e);
+        beyond += second.cb - second.y0 + second.p.biasGain * e + z * second.invOutGain > warm.shift ? 1 : 0;
+        expected.push_back(second.output(z, e));
+    }
+    EXPECT_GT(beyond, 1000u);
+    EXPECT_LE(worstDeviation(play(g, in)[0], expected), 1e-12);
+}
+
 // After a signal, silence (the 1e-11 noise of a silent stage, or plain zeros) leaves no
 // subnormal number in the output or in the window's sum. What the pair leaves at rest is
 // the formulas' own: y0 and y0out take the resting output off as far as 15 passes find
