@@ -336,31 +336,9 @@ void CAudioProcessTerminalBase::fadeInFromInput()
         m_isFadeInPending = true;
 }
 
-double* CAudioProcessTerminalBase::mixSide(CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n)
-{
-    if (oldOut == newOut || !oldOut || !newOut) {
-        if (oldOut == newOut) {
-            Pool::release(oldOut);
-            return newOut;
-        }
-        return newOut ? newOut : oldOut;
-    }
-    double* out = Pool::refCount(newOut) == 1 ? newOut : Pool::refCount(oldOut) == 1 ? oldOut : m_pool->take(n);
-    if (!out) {
-        Pool::release(oldOut);
-        return newOut;
-    }
-    kernel.run(oldOut, newOut, out, n);
-    if (out != oldOut)
-        Pool::release(oldOut);
-    if (out != newOut)
-        Pool::release(newOut);
-    return out;
-}
-
 // ---- one block
 
-double* CAudioProcessTerminalBase::mixFade(const CSlot& s, CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n)
+double* CAudioProcessTerminalBase::mixFade(int32_t waitSamples, CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n)
 {
     if (!oldOut || !newOut || oldOut == newOut) {
         // The same buffer (both passed their input on) needs no mixing; a missing one
@@ -376,7 +354,7 @@ double* CAudioProcessTerminalBase::mixFade(const CSlot& s, CXFadeKernel kernel, 
         Pool::release(oldOut);
         return newOut;
     }
-    const int32_t wait = std::min(s.wait, n);
+    const int32_t wait = std::min(waitSamples, n);
     if (out != oldOut)
         for (int32_t i = 0; i < wait; ++i)
             out[i] = oldOut[i];
@@ -411,7 +389,7 @@ void CAudioProcessTerminalBase::process()
                 double* out = s.current->takeOutput(c, p);
                 // Every channel fades from the same point of the one kernel of the slot.
                 if (s.isFading)
-                    out = mixFade(s, s.fade, s.old->takeOutput(c, p), out, n);
+                    out = mixFade(s.wait, s.fade, s.old->takeOutput(c, p), out, n);
                 double* input = p == 0 && m_sideMode != SideNone ? in.channels[s.current->channel(c).index].buffer : nullptr;
                 if (input) {
                     Pool::addRef(input);
@@ -419,7 +397,7 @@ void CAudioProcessTerminalBase::process()
                         Pool::release(out);
                         out = input;
                     } else {
-                        out = m_sideMode == SideFadingIn ? mixSide(m_side, input, out, n) : mixSide(m_side, out, input, n);
+                        out = m_sideMode == SideFadingIn ? mixFade(0, m_side, input, out, n) : mixFade(0, m_side, out, input, n);
                     }
                 }
                 outs[count++] = out;

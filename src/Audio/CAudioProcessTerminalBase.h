@@ -83,11 +83,12 @@ private:
     void rebuildModules();
     void prepareModule(CAudioModule& module, const CAudioModule::CChannel* channels, int32_t count, bool isNew);
     void startFade(CSlot& slot);
-    double* mixFade(const CSlot& slot, CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n);
+    // Copies `wait` samples of the old output, then runs the fade; either buffer may be
+    // the one handed on.
+    double* mixFade(int32_t wait, CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n);
     void buildOutputTable();
     bool isSmoothLeaf() const;
     void startSideFade(int32_t mode);
-    double* mixSide(CXFadeKernel kernel, double* moduleOut, double* input, int32_t n);
 
     std::vector<std::unique_ptr<CAudioModule>> m_modules;
     std::vector<CAudioModule*> m_free;

@@ -47,7 +47,7 @@ public:
     // level of its own, no square term, and no drive, which invOutGain has already undone.
     void runOutput(const CSatEBCoeffs& coeffs, const double* in, const double* level, double* out, int32_t n) const noexcept;
 
-    // The window's state, which the loops of each build read and write.
+    // The window's state as the sample loop takes it and hands it back.
     struct CWindow
     {
         double* ring;
