@@ -41,15 +41,20 @@ T* make(CObject* parent, const char* tag, const std::string& name, CAttrMap* att
     return made;
 }
 
-struct Application
+// Started and finalised by each instance, so that this file's benchmarks and those of
+// the others linked into the same program each get the application to themselves.
+struct ApplicationScope
 {
-    Application()
+    ApplicationScope()
     {
         CLog::setFileName(CString());
         if (CErrorPtr error = CApplication::startup({kCoreCreatorRows, kAudioCreatorRows}, nullptr, CString()))
             fail(std::move(error));
         make<CObject>(CApplication::sharedRoot(), "audio:cvt-real", "real");
     }
+    ~ApplicationScope() { CApplication::finalize(); }
+    ApplicationScope(const ApplicationScope&) = delete;
+    ApplicationScope& operator=(const ApplicationScope&) = delete;
 };
 
 // An instance with `count` float parameters of one element each, audio running.
@@ -57,7 +62,6 @@ struct Instance
 {
     explicit Instance(int count)
     {
-        static Application s_application;
         if (CErrorPtr error = CApplication::initRootObject(root, CString()))
             fail(std::move(error));
         env = make<CAudioEnv>(root.get(), "audio:audio-env", "env");
@@ -87,6 +91,7 @@ struct Instance
         CAudioParamQueuedChange::freeList(list);
     }
 
+    ApplicationScope application;
     CObjectPtr root;
     CAudioEnv* env = nullptr;
     CAudioParamCollector* collector = nullptr;

@@ -11,17 +11,10 @@
 // which stage runs. Read the chain's time per sample and channel ("per_sample_ch") against
 // BM_ReferenceEqClip's.
 
-#include "ReferenceLoops.h"
+#include "AudioBenchSupport.h"
 
-#include "Audio/CAudioCreators.h"
-#include "Audio/CAudioEnv.h"
 #include "Audio/CAudioParam.h"
-#include "Audio/CAudioParamCollector.h"
-#include "Audio/CAudioParamQueuedChange.h"
 #include "Audio/CAudioProcess.h"
-#include "Audio/CAudioProcessBase.h"
-#include "Audio/CAudioProcessDefBase.h"
-#include "Audio/CSampleBufferPool.h"
 #include "Audio/CScopedDenormalFlush.h"
 #include "Audio/Filters/CAudioFilterStage.h"
 #include "Audio/Filters/CDCDAWKernelSet.h"
@@ -33,9 +26,6 @@
 #include "Audio/Processes/CModSatEB.h"
 #include "Audio/Processes/CModSatEBModule.h"
 #include "Audio/Processes/CSatEBKernel.h"
-#include "Core/CApplication.h"
-#include "Core/CCoreCreators.h"
-#include "Core/CLog.h"
 
 #include <benchmark/benchmark.h>
 
@@ -43,9 +33,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
-#include <numbers>
-#include <random>
 #include <vector>
 
 namespace qel {
@@ -56,111 +43,34 @@ using namespace qel;
 
 namespace {
 
-constexpr double kRate = 48000.0;
-constexpr int32_t kSignalLength = 48000;
+using bench::BM_ReferenceEqClip;
+using bench::kSignalLength;
+using bench::setCounters;
+using bench::testSignal;
+
+constexpr double kRate = bench::kBenchRate;
 constexpr double kPreGain = 0.7328245331389041;  // -2.7 dB: three bands at +3 dB
 constexpr double kBandGain = 1.4125375446227544; // +3 dB
 constexpr double kMovedGain = 1.9952623149688795; // +6 dB
-
-// A tone and its third harmonic near full scale with a little noise, as in the saturator's
-// benchmark: every branch of the curves gets its turn.
-const std::vector<double>& signal()
-{
-    static const std::vector<double> x = [] {
-        std::vector<double> s(kSignalLength);
-        std::mt19937 rng(1);
-        std::uniform_real_distribution<double> noise(-0.05, 0.05);
-        for (int32_t i = 0; i < kSignalLength; ++i) {
-            const double t = double(i) / kRate;
-            s[size_t(i)] = 0.6 * std::sin(2 * std::numbers::pi * 220.0 * t) + 0.2 * std::sin(2 * std::numbers::pi * 660.0 * t) +
-                           noise(rng);
-        }
-        return s;
-    }();
-    return x;
-}
-
-struct Cursor
-{
-    int32_t at = 0;
-    const double* next(int32_t n)
-    {
-        if (at + n > kSignalLength)
-            at = 0;
-        const double* p = signal().data() + at;
-        at += n;
-        return p;
-    }
-};
-
-void setCounters(benchmark::State& state, int64_t samplesPerIteration)
-{
-    state.SetItemsProcessed(state.iterations() * samplesPerIteration);
-    state.counters["per_sample_ch"] = benchmark::Counter(double(samplesPerIteration),
-                                                         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-}
-
-void check(CErrorPtr error)
-{
-    if (!error)
-        return;
-    std::fprintf(stderr, "%s", error->text().toUtf8().c_str());
-    std::abort();
-}
 
 // The graph with what the wrapper holds around it, one channel.
 class GroupChain
 {
 public:
-    explicit GroupChain(int32_t blockLength) : m_block(blockLength)
+    explicit GroupChain(int32_t blockLength)
+        : m_block(blockLength),
+          m_graph(kGroupChainBenchDefinitions, "BenchGroupChain.xml", "audio.group", "plugin.group", {0}, blockLength)
     {
-        CLog::setFileName(CString());
-        check(CApplication::startup({kCoreCreatorRows, kAudioCreatorRows}, kGroupChainBenchDefinitions,
-                                    CString("BenchGroupChain.xml")));
-        check(CApplication::initRootObject(m_root, CString()));
-        CObject* made = nullptr;
-        check(m_root->createChild(made, CString("audio:audio-env"), CString("env"), false));
-        m_env = static_cast<CAudioEnv*>(made);
-        CAttrMap attrs;
-        attrs[CString("env")].setString(CString("env"));
-        check(m_root->createChild(made, CString("audio:param-collector"), CString("params"), false, nullptr, &attrs));
-        m_collector = static_cast<CAudioParamCollector*>(made);
-        m_env->setParamCollector(m_collector);
-        m_graph = make("audio.group", "plugin.group");
-        m_output = make("audio.modOutput", "plugin.modOutput");
-        m_graph->attachInput(&m_input, 0);
-        m_graph->attachOutput(&m_link);
-        m_output->attachInput(&m_link, 0);
-        CAudioStream::CChannel record{0, 0, 0, 0, nullptr};
-        m_input.setFormat(kRate, &record, 1);
-        check(m_pool.reserve(m_block * int64_t(sizeof(double)), 64));
         m_bandGain = param("plugin.group.b2.modFilter.gain");
         m_preGain = param("plugin.group.modPreGain.gain");
-    }
-
-    ~GroupChain()
-    {
-        m_output.reset();
-        m_graph.reset();
-        m_root.reset();
-        CApplication::finalize();
     }
 
     // The wrapper's block: pending changes reach the audio side, the input goes in, the
     // graph runs.
     void block()
     {
-        CAudioParamQueuedChange* list = m_collector->takePendingChanges();
-        CAudioParamCollector::applyPendingChanges(list);
-        CAudioParamQueuedChange::freeList(list);
-        const double* from = m_cursor.next(m_block);
-        CSampleBufferPool::release(m_input.channels[0].buffer);
-        double* buffer = m_pool.take(m_block);
-        std::copy(from, from + m_block, buffer);
-        m_input.channels[0].buffer = buffer;
-        m_input.blockLength = m_block;
-        m_graph->process();
-        m_output->process();
+        m_graph.applyChanges();
+        m_graph.block(m_cursor.next(m_block));
     }
 
     // What the host or a UI does when it moves the middle band's gain: the band's gain and,
@@ -174,12 +84,12 @@ public:
             m_preGain->setValue(isUp ? kPreGain * std::pow(10.0, -0.35 * 3.0 / 20.0) : kPreGain, 0, nullptr);
     }
 
-    const double* output() const { return m_output->port(0).channels[0].buffer; }
+    const double* output() const { return m_graph.output(0); }
 
     template <class T>
     T* module(const char* band, const char* child) const
     {
-        auto* composite = static_cast<CAudioProcess*>(m_graph.get());
+        auto* composite = static_cast<CAudioProcess*>(&m_graph.graph());
         CAudioProcessBase* found = composite->findChild(CString(band));
         if (child)
             found = found ? static_cast<CAudioProcess*>(found)->findChild(CString(child)) : nullptr;
@@ -192,18 +102,9 @@ public:
     }
 
 private:
-    std::unique_ptr<CAudioProcessBase> make(const char* defPath, const char* fullName)
-    {
-        CAudioProcessDefBase* def = nullptr;
-        check(CApplication::sharedRoot()->findObjectChecked(def, CString(defPath)));
-        CAudioProcessBase* made = nullptr;
-        check(def->createProcess(made, nullptr, CString(fullName), m_env, 0, 0, &m_pool, false, false));
-        return std::unique_ptr<CAudioProcessBase>(made);
-    }
-
     CAudioParam* param(const char* name)
     {
-        CAudioParam* p = m_collector->findParam(CString(name));
+        CAudioParam* p = m_graph.collector().findParam(CString(name));
         if (!p) {
             std::fprintf(stderr, "no parameter %s\n", name);
             std::abort();
@@ -212,32 +113,11 @@ private:
     }
 
     int32_t m_block;
-    Cursor m_cursor;
-    CSampleBufferPool m_pool;
-    CObjectPtr m_root;
-    CAudioEnv* m_env = nullptr;
-    CAudioParamCollector* m_collector = nullptr;
+    bench::BenchGraph m_graph;
+    bench::Cursor m_cursor;
     CAudioParam* m_bandGain = nullptr;
     CAudioParam* m_preGain = nullptr;
-    CAudioStream m_input;
-    CAudioStream m_link;
-    std::unique_ptr<CAudioProcessBase> m_graph;
-    std::unique_ptr<CAudioProcessBase> m_output;
 };
-
-void BM_ReferenceEqClip(benchmark::State& state)
-{
-    const auto n = int32_t(state.range(0));
-    bench::ReferenceEqClipLoop loop(kRate);
-    std::vector<double> out(static_cast<size_t>(n));
-    Cursor cursor;
-    for (auto _ : state) {
-        loop.run(cursor.next(n), out.data(), n);
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
-    setCounters(state, n);
-}
 
 void BM_GroupChain(benchmark::State& state)
 {
@@ -319,7 +199,7 @@ public:
         for (auto& a : m_data)
             a.assign(length, 0.0);
         m_level.assign(length, 0.0);
-        std::copy(signal().begin(), signal().begin() + std::ptrdiff_t(length), m_data[0].begin());
+        std::copy(testSignal().begin(), testSignal().begin() + std::ptrdiff_t(length), m_data[0].begin());
         // Two passes: the level window fills and the filters settle, and every stage's
         // input is in place.
         for (int pass = 0; pass < 2; ++pass)

@@ -3,8 +3,10 @@
 #include "Audio/CAudioCCTable.h"
 #include "Audio/CAudioEnv.h"
 #include "Audio/CAudioExtParam.h"
+#include "Audio/CAudioInterfaceBase.h"
 #include "Audio/CAudioParamCollector.h"
 #include "Audio/CAudioParamDef.h"
+#include "Audio/CAudioParamRegistry.h"
 #include "Audio/CAudioProcessBypassStateDef.h"
 #include "Audio/CAudioProcessDef.h"
 #include "Audio/CAudioProcessLinkDef.h"
@@ -57,6 +59,7 @@ const CCreatorRow kAudioCreatorRows[] = {
     creatorRow<CAudioParamDef>("audio:param"),
     creatorRow<CAudioParamAllocDef>("audio:param-alloc"),
     creatorRow<CAudioParamCollector>("audio:param-collector"),
+    creatorRow<CAudioParamRegistry>("audio:param-registry"),
     creatorRow<CAudioEnv>("audio:audio-env"),
     creatorRow<CAudioExtParam>("audio:ext-param"),
     creatorRow<CAudioExtParamList>("audio:ext-param-list"),
@@ -95,6 +98,7 @@ const CCreatorRow kAudioCreatorRows[] = {
     creatorRow<CAudioParamFilterBypassOSDef>("audio:param-filter-bypass-os"),
     creatorRow<CAudioParamFilterBypassGroupSoloDef>("audio:param-filter-bypass-group-solo"),
     creatorRow<CAudioParamFilterFixedAGDef>("audio:param-filter-fixedag"),
+    creatorRow<CAudioInterfaceBase>("audio:interface-base"),
     {nullptr, nullptr, nullptr},
 };
 

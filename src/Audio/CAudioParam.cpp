@@ -4,6 +4,8 @@
 #include "Audio/CAudioParamCollector.h"
 #include "Audio/CAudioParamInfo.h"
 #include "Audio/CAudioParamQueuedChange.h"
+#include "Audio/CAudioParamRegistry.h"
+#include "Audio/CAudioParamUndo.h"
 #include "Audio/ParamFilters/CAudioParamFilter.h"
 
 #include <algorithm>
@@ -75,8 +77,19 @@ void CAudioParam::change(const CAudioParamChange& input, CAudioParamUpdateContex
             c.data = &joinedItems;
     }
 
-    m_values.applyChange(c);
+    // The defaults group replaces the format and is no user action: it is never recorded.
+    const CAudioParamInfo* definition = info();
+    if (context.undo && c.group != kParamDefaultsGroup && (definition->isStorable || definition->isPersistent)) {
+        CAudioParamUndo::openRecord(*context.undo, m_name, c.group, m_values, false);
+        m_values.applyChange(c);
+        CAudioParamUndo::closeRecord(*context.undo, m_name, c.group, m_values, false);
+    } else {
+        m_values.applyChange(c);
+    }
     sendToAudio(c, context);
+    // A selector's new value picks a preset of its registry for the group.
+    if (CAudioParamRegistry* selected = registry())
+        selected->onSelectorChanged(c, context, this);
 
     if (m_collector) {
         CAudioParamUpdateMessage message;
@@ -241,6 +254,12 @@ void CAudioParam::attachDefinition(const CAudioParamInfo* info, CAudioParamUpdat
     if (const CAudioParamInfo* old = this->info(); old && old->sameShape(*info))
         return;
     m_info.store(info, std::memory_order_release);
+    // A stepped parameter that names a registry selects that registry's presets. A registry
+    // that joins the collector later finds its selectors itself.
+    if (!info->registryName.isEmpty() && info->elementSize == 1 && info->dataType == CAudioParamStorage::Float
+        && m_collector)
+        if (CAudioParamRegistry* selected = m_collector->findRegistry(info->registryName))
+            setRegistry(selected);
     // Before audio runs the audio side takes the defaults at once and keeps room for every
     // group, so that nothing it applies later has to allocate.
     CAudioParamUpdateContext attach = context;

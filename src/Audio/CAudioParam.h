@@ -16,6 +16,8 @@ class CAudioParamCollector;
 class CAudioParamInfo;
 class CAudioParamFilter;
 class CAudioParamQueuedChange;
+class CAudioParamRegistry;
+class CPresetEntry;
 
 // One claim of a process on a parameter: where to flag a matching change.
 struct CAudioParamListener
@@ -71,6 +73,36 @@ public:
     void reset(int32_t group, int32_t element, CAudioParamUpdateContext& context, bool useFirst);
     void attachDefinition(const CAudioParamInfo* info, CAudioParamUpdateContext& context);
 
+    // ---- presets
+    // The entry of a preset: the definition's name and the values of `group` (-1: all
+    // groups; trailing groups that hold nothing are left out, so equal states give equal
+    // bytes). Fails without a definition.
+    CErrorPtr save(CPresetEntry& out, int32_t group);
+    // Reads an entry's values into `out` in the format of `definition`, checked (at most
+    // `maxGroups` groups, lists that fit the audio side's room, finite numbers) and
+    // clamped; nothing is applied. The stored definition name plays no part.
+    static CErrorPtr parseEntry(const CAudioParamInfo& definition, int32_t maxGroups, const CPresetEntry& entry,
+                                CAudioParamStorage& out);
+    // Applies an entry. `asDefaults`: the values become the defaults that reset restores.
+    // `group` -1: the stored groups replace all groups (the others are emptied); a group:
+    // the entry's first group goes there, whole (`element` -1) or as one element. A damaged
+    // entry changes nothing and returns the error.
+    CErrorPtr load(const CPresetEntry& entry, bool asDefaults, CAudioParamUpdateContext& context, int32_t group,
+                   int32_t element, bool isListEnd, const void* source = nullptr);
+    // Defaults back, as registries need it: `group` -1: every group (groups beyond the
+    // defaults' are emptied); 9999: the defaults group; `element` -1: the whole list.
+    void reset(int32_t group, int32_t element, bool isListEnd, CAudioParamUpdateContext& context,
+               const void* source = nullptr);
+
+    // ---- registries
+    // The registry this parameter selects presets of (`param-registry` of its definition).
+    CAudioParamRegistry* registry() const { return m_registry.load(std::memory_order_acquire); }
+    void setRegistry(CAudioParamRegistry* registry);
+    // Registries whose preset name an edit of this parameter invalidates.
+    void addNameRegistry(CAudioParamRegistry* registry);
+    void removeNameRegistry(CAudioParamRegistry* registry);
+    void getNameRegistries(std::vector<CAudioParamRegistry*>& out);
+
     // A filter (ParamFilters/CAudioParamFilter) hears every change of the parameter,
     // under its lock, after the change was applied and announced.
     void addFilter(CAudioParamFilter* filter);
@@ -99,6 +131,9 @@ private:
     std::vector<CAudioParamFilter*> m_filters;
     CAudioParamListener* m_listeners = nullptr; // guarded by the collector's listener lock
     CAudioParamStorage m_audioValues;
+    std::atomic<CAudioParamRegistry*> m_registry{nullptr};
+    CCriticalSection m_registriesLock{4000};
+    std::vector<CAudioParamRegistry*> m_nameRegistries; // guarded by m_registriesLock
 };
 
 } // namespace qel

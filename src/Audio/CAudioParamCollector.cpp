@@ -3,10 +3,13 @@
 #include "Audio/CAudioEnv.h"
 #include "Audio/CAudioExtParamHostBridge.h"
 #include "Audio/CAudioParamQueuedChange.h"
+#include "Audio/CAudioParamInfo.h"
+#include "Audio/CAudioParamRegistry.h"
 #include "Audio/ParamFilters/CAudioParamFilter.h"
 #include "Audio/ParamFilters/CAudioParamFilterDef.h"
 #include "Audio/ParamFilters/CSharedParam.h"
 
+#include <algorithm>
 #include <mutex>
 
 namespace qel {
@@ -50,8 +53,11 @@ CAudioParam* CAudioParamCollector::getParam(const CString& name)
         target = alias->second;
     }
     auto it = m_params.find(target);
-    if (it == m_params.end())
+    if (it == m_params.end()) {
         it = m_params.emplace(target, std::make_unique<CAudioParam>(this, target)).first;
+        if (m_isStarted)
+            offerToRegistries(it->second.get());
+    }
     return it->second.get();
 }
 
@@ -134,8 +140,74 @@ size_t CAudioParamCollector::filterCount()
 
 void CAudioParamCollector::start()
 {
+    std::vector<CAudioParamRegistry*> registries;
+    {
+        CLockGuard guard(m_paramsLock);
+        if (m_isStarted)
+            return;
+        m_isStarted = true;
+        for (auto& entry : m_params)
+            offerToRegistries(entry.second.get());
+        registries = m_registries;
+    }
+    // Outside the lock: a registry takes its own locks first, and asks for parameters.
+    for (CAudioParamRegistry* registry : registries)
+        registry->start();
+}
+
+void CAudioParamCollector::offerToRegistries(CAudioParam* param)
+{
+    // An enumerated registry owns the parameters its presets load; the others must not
+    // store them a second time.
+    for (CAudioParamRegistry* registry : m_registries)
+        if (registry->isEnumerated() && registry->addParam(param, param->name()))
+            return;
+    for (CAudioParamRegistry* registry : m_registries)
+        if (!registry->isEnumerated())
+            registry->addParam(param, param->name());
+}
+
+CAudioParamRegistry* CAudioParamCollector::findRegistry(const CString& fullName)
+{
     CLockGuard guard(m_paramsLock);
-    m_isStarted = true;
+    for (CAudioParamRegistry* registry : m_registries)
+        if (registry->getFullName() == fullName)
+            return registry;
+    return nullptr;
+}
+
+void CAudioParamCollector::addRegistry(CAudioParamRegistry* registry)
+{
+    CLockGuard guard(m_paramsLock);
+    if (std::find(m_registries.begin(), m_registries.end(), registry) != m_registries.end())
+        return;
+    m_registries.push_back(registry);
+    const CString fullName = registry->getFullName();
+    for (auto& entry : m_params) {
+        CAudioParam* param = entry.second.get();
+        // Selectors whose definition arrived before the registry joined.
+        const CAudioParamInfo* info = param->info();
+        if (info && info->registryName == fullName && info->elementSize == 1
+            && info->dataType == CAudioParamStorage::Float)
+            param->setRegistry(registry);
+        if (m_isStarted)
+            registry->addParam(param, param->name());
+    }
+}
+
+void CAudioParamCollector::removeRegistry(CAudioParamRegistry* registry)
+{
+    CLockGuard guard(m_paramsLock);
+    m_registries.erase(std::remove(m_registries.begin(), m_registries.end(), registry), m_registries.end());
+    for (auto& entry : m_params)
+        if (entry.second->registry() == registry)
+            entry.second->setRegistry(nullptr);
+}
+
+void CAudioParamCollector::getRegistries(std::vector<CAudioParamRegistry*>& out)
+{
+    CLockGuard guard(m_paramsLock);
+    out = m_registries;
 }
 
 // ---- the queue

@@ -16,6 +16,7 @@ class CAudioEnv;
 class CAudioExtParamHostBridge;
 class CAudioParamFilterDef;
 class CAudioParamQueuedChange;
+class CAudioParamRegistry;
 
 // What the collector's listeners hear on every change of a parameter, in the writer's
 // thread and under the parameter's lock. The key is the parameter's address.
@@ -52,10 +53,20 @@ public:
     bool isAliased(const CString& name);
     void addAlias(const CString& alias, const CString& target);
     CAudioEnv* env() const { return m_env; }
+    // Sets isStarted and offers every parameter to the registries: first to the
+    // enumerated ones, in order, the first that claims it keeping it; when none does, to
+    // all others. Then each registry starts. A parameter made later is offered at once.
     void start();
     bool isStarted() const { return m_isStarted; }
     // Groups and elements the audio side's copies keep room for.
     int32_t reservedGroups() const { return m_reservedGroups; }
+
+    // ---- the registries that give parts of the tree presets, in order of joining
+    // By the registry's full name; null when none has joined under it.
+    CAudioParamRegistry* findRegistry(const CString& fullName);
+    void addRegistry(CAudioParamRegistry* registry);
+    void removeRegistry(CAudioParamRegistry* registry);
+    void getRegistries(std::vector<CAudioParamRegistry*>& out);
 
     // Listeners attach with the parameter's address as context.
     uint64_t getListenKey(uintptr_t context) override { return context; }
@@ -106,6 +117,8 @@ private:
     };
 
     void appendFolding(CAudioParamQueuedChange* change);
+    // Under m_paramsLock.
+    void offerToRegistries(CAudioParam* param);
 
     CAudioEnv* m_env = nullptr;
     CAudioParamQueuedChange* m_pending = nullptr; // guarded by the env's queue lock
@@ -115,6 +128,7 @@ private:
     CCriticalSection m_paramsLock{4000};
     CMap<CString, std::unique_ptr<CAudioParam>> m_params;
     CMap<CString, CString> m_aliases;
+    std::vector<CAudioParamRegistry*> m_registries; // guarded by m_paramsLock
     CCriticalSection m_linksLock{4000}; // guards the two lists below; set-up only
     std::vector<std::unique_ptr<CSharedParam>> m_sharedParams;
     std::vector<CFilterEntry> m_filters;

@@ -3,11 +3,12 @@
 #include "Audio/CAudioCCTable.h"
 #include "Audio/CAudioEnv.h"
 #include "Audio/CAudioExtParam.h"
-#include "Audio/CAudioHostState.h"
 #include "Audio/CAudioParam.h"
 #include "Audio/CAudioParamCollector.h"
 #include "Audio/CAudioParamInfo.h"
 #include "Audio/CAudioParamQueuedChange.h"
+#include "Audio/CAudioParamRegistry.h"
+#include "Audio/CAudioPreset.h"
 #include "Audio/CAudioProcessBase.h"
 #include "Audio/CAudioProcessDefBase.h"
 #include "Audio/CScopedDenormalFlush.h"
@@ -16,7 +17,9 @@
 #include "Core/CApplication.h"
 #include "Core/CHighResCounter.h"
 #include "Core/CLog.h"
+#include "Core/CMemoryReader.h"
 #include "Core/CPtrArray.h"
+#include "Core/CWriteSeqBuffer.h"
 #include "Core/CWorkerPool.h"
 
 #include <algorithm>
@@ -43,17 +46,15 @@ bool isStoredTrue(const CString& text) { return text == CString("1") || text == 
 
 CString mainParamName(const char* name) { return CString("plugin.modMain.").append(name); }
 
-// The host state is the master preset of the instance: its family and the part of the
-// tree it covers, as the master registry of the definition names them once it has one.
-constexpr const char* kMasterPresetFamily = "k27w";
-constexpr const char* kMasterHierarchy = "plugin.modMain.";
-
 } // namespace
 
 CAudioWrapper::CAudioWrapper() = default;
 
 CAudioWrapper::~CAudioWrapper()
 {
+    m_programListener.setNotifier(nullptr, 0);
+    if (m_registry)
+        m_registry->setRoutingProvider(nullptr);
     m_winSizeListener.reset();
     if (m_extParamList)
         for (int i = 0; i < m_extParamList->count(); ++i)
@@ -91,6 +92,7 @@ CErrorPtr CAudioWrapper::init()
         m_winSizeListener->setNotifier(m_collector, reinterpret_cast<uintptr_t>(m_params.windowSize));
     }
 
+    m_registry->setRoutingProvider(this);
     registerExtParams();
     {
         std::lock_guard<std::mutex> guard(m_env->queueLock());
@@ -202,8 +204,9 @@ CErrorPtr CAudioWrapper::findPluginObjects()
     QEL_RETURN_IF_ERROR(m_root->findObjectChecked(m_collector, CString("plugin.param-collector")), CString());
     QEL_RETURN_IF_ERROR(m_root->findObjectChecked(m_extParamList, CString("plugin.ext-param-list")), CString());
     QEL_RETURN_IF_ERROR(m_root->findObjectChecked(m_ccTable, CString("plugin.cctable")), CString());
-    // plugin.viz-collector, plugin.interface-base and plugin.param-registry join here, each
-    // optional, once their classes exist; until then nothing is sent to them.
+    QEL_RETURN_IF_ERROR(m_root->findObjectChecked(m_registry, CString("plugin.param-registry")), CString());
+    // plugin.viz-collector and plugin.interface-base join here, each optional, once their
+    // classes exist; until then nothing is sent to them.
     return nullptr;
 }
 
@@ -325,8 +328,9 @@ CErrorPtr CAudioWrapper::finishInit()
 {
     if (!m_main)
         return QEL_ERROR(CString(), "@qelstr_CAudioWrapper_finishInit_NotInitialized Audio wrapper is not initialized.");
-    // The interface base takes this wrapper as its data provider, and the program listener
-    // joins the registry, here once both exist.
+    // The interface base takes this wrapper as its data provider here once it exists. The
+    // program listener joins before the collector starts the registries.
+    m_programListener.setNotifier(m_registry, CAudioParamRegistry::kUpdateKey);
     m_collector->start();
     startProcessing();
     stopProcessing();
@@ -469,23 +473,28 @@ void CAudioWrapper::importChannelLabels()
 
 CErrorPtr CAudioWrapper::saveState(COutputStream& out)
 {
-    if (!m_collector)
+    if (!m_registry)
         return QEL_ERROR(CString(), "@qelstr_CAudioWrapper_saveState_NotInitialized Audio wrapper is not initialized.");
-    CAudioHostState state{CString(kMasterHierarchy), CString(kMasterPresetFamily)};
-    CString program;
-    programName(currentProgram(), program);
-    QEL_RETURN_IF_ERROR(state.capture(*m_collector, CString(kMasterPresetFamily).append(":").append(program)), CString());
-    QEL_RETURN_IF_ERROR(state.write(out), CString());
+    CWriteSeqBuffer preset;
+    QEL_RETURN_IF_ERROR(m_registry->acquirePreset(false, -1, -1, preset), CString());
+    CByteArray bytes;
+    QEL_RETURN_IF_ERROR(preset.toArray(bytes), CString());
+    QEL_RETURN_IF_ERROR(out.writeCompressedData(bytes, CAudioPreset::kTag), CString());
     return nullptr;
 }
 
 CErrorPtr CAudioWrapper::loadState(CInputStream& in)
 {
-    if (!m_collector)
+    if (!m_registry)
         return QEL_ERROR(CString(), "@qelstr_CAudioWrapper_loadState_NotInitialized Audio wrapper is not initialized.");
-    CAudioHostState state{CString(kMasterHierarchy), CString(kMasterPresetFamily)};
-    QEL_RETURN_IF_ERROR(state.read(in, *m_collector), CString());
-    state.apply(*m_collector);
+    CByteArray bytes;
+    QEL_RETURN_IF_ERROR(in.readCompressedData(bytes, CAudioPreset::kTag), CString());
+    // The block must hold one preset and nothing behind it; the registry then checks
+    // every entry before it applies any.
+    CAudioPreset whole;
+    QEL_RETURN_IF_ERROR(whole.fromBytes(bytes), CString());
+    CMemoryReader preset(bytes.data(), bytes.size());
+    QEL_RETURN_IF_ERROR(m_registry->activatePreset(preset, true, -1, this), CString());
     return nullptr;
 }
 
@@ -528,21 +537,38 @@ void CAudioWrapper::writeParam(CAudioParam* param, double value)
 
 // ---- programs
 
-int32_t CAudioWrapper::programSlotCount() const { return 1; }
+int32_t CAudioWrapper::programSlotCount() const
+{
+    return m_registry ? std::max(m_registry->getSessionPresetCount(), 1) : 1;
+}
 
-int32_t CAudioWrapper::currentProgram() const { return 0; }
+int32_t CAudioWrapper::currentProgram() const { return m_registry ? m_registry->getCurrentPreset() : 0; }
 
 void CAudioWrapper::programName(int32_t slot, CString& out) const
 {
-    out = slot == 0 ? CString("Default") : CString();
+    out = CString();
+    if (!m_registry || slot < 0 || slot >= m_registry->getSessionPresetCount())
+        return;
+    CString family;
+    CAudioParamRegistry::splitPresetName(m_registry->getPresetName(slot), family, out);
 }
 
-CErrorPtr CAudioWrapper::loadProgram(int32_t slot, const void*)
+CErrorPtr CAudioWrapper::loadProgram(int32_t slot, const void* source)
 {
-    if (slot != 0)
+    if (!m_registry || slot < 0 || slot >= m_registry->getSessionPresetCount())
         return QEL_ERROR(CString(), "@qelstr_CAudioWrapper_loadProgram_InvalidSlot Invalid program slot %1.",
                          CString::number(slot));
+    m_registry->setCurrentProgram(slot, source);
     return nullptr;
+}
+
+void CAudioWrapper::CProgramChangeListener::onUpdate(const CUpdateMessage* message)
+{
+    // A change the wrapper asked for (a host's program change, a loaded state) is already
+    // known to the host.
+    const auto self = uint64_t(reinterpret_cast<uintptr_t>(static_cast<const void*>(m_owner)));
+    if (m_owner && message && message->source != self)
+        m_owner->onProgramChanged();
 }
 
 // ---- CAudioInterfaceDataProvider

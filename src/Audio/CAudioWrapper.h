@@ -27,6 +27,7 @@ class CAudioExtParamList;
 class CAudioParam;
 class CAudioParamCollector;
 class CAudioParamQueuedChange;
+class CAudioParamRegistry;
 class CAudioProcessBase;
 class CInputStream;
 class CModOutput;
@@ -86,8 +87,10 @@ public:
     // The default routing from the host's channels; only with `use-routing` and its
     // parameters.
     void updateRouting(bool fromHost, const CString& undoLabel1, const CString& undoLabel2);
+    // The master registry's current program as one `aprs` block.
     CErrorPtr saveState(COutputStream& out);
-    // On error the instance is exactly as it was.
+    // Reads an `aprs` block into the current program. A block that is damaged, of another
+    // kind or of another preset family leaves the instance exactly as it was.
     CErrorPtr loadState(CInputStream& in);
     // The latency in samples; the first query after a change marks it as reported.
     int32_t queryLatency();
@@ -117,6 +120,7 @@ public:
     CObject* projectObject() const { return m_project; }
     CAudioExtParamList* extParamList() const { return m_extParamList; }
     CAudioParamCollector* paramCollector() const { return m_collector; }
+    CAudioParamRegistry* paramRegistry() const { return m_registry; }
     CAudioEnv* audioEnv() const { return m_env; }
     CAudioProcessBase* mainProcess() const { return m_main.get(); }
     int32_t intChannelCount() const { return m_intChannelCount; }
@@ -149,8 +153,10 @@ public:
     int32_t minWindowHeight() const { return m_minWinHeight; }
     bool useWindowResizing() const { return m_useWindowResizing; }
 
-    // Program slots: until presets exist there is one slot, "Default", and loading it
-    // changes nothing.
+    // Program slots: the presets of the master registry's session bank (at least one).
+    // A name is the preset's name without its family. Loading the current slot changes
+    // nothing; `source` is told apart by the program listener: a change the wrapper asked
+    // for itself doesn't come back to the binding as onProgramChanged.
     int32_t programSlotCount() const;
     int32_t currentProgram() const;
     void programName(int32_t slot, CString& out) const;
@@ -185,6 +191,16 @@ protected:
     virtual void onHostParamEvent(const CAudioHostEvent& event);
 
 private:
+    // Tells the binding of a new current program or a changed program list, unless the
+    // wrapper asked for the change itself.
+    class CProgramChangeListener : public COwnedUpdateListener<CAudioWrapper>
+    {
+    public:
+        using COwnedUpdateListener<CAudioWrapper>::COwnedUpdateListener;
+        ~CProgramChangeListener() override { setNotifier(nullptr, 0); }
+        void onUpdate(const CUpdateMessage* message) override;
+    };
+
     // Re-reads the window size when `main-window-size` changes, with resizing on.
     class CWinSizeParamListener : public COwnedUpdateListener<CAudioWrapper>
     {
@@ -255,6 +271,7 @@ private:
     CAudioEnv* m_env = nullptr;
     CAudioParamCollector* m_collector = nullptr;
     CAudioCCTable* m_ccTable = nullptr;
+    CAudioParamRegistry* m_registry = nullptr;
     // Declared before the processes: every buffer they hold goes back before it goes.
     std::unique_ptr<CSampleBufferPool> m_pool;
     CAudioStream m_input;
@@ -266,6 +283,7 @@ private:
     // By parameter, then by (group << 8) | element: the host's index.
     std::map<CAudioParam*, std::map<int32_t, int32_t>> m_editMap;
     std::unique_ptr<CWinSizeParamListener> m_winSizeListener;
+    CProgramChangeListener m_programListener{this};
 
     // ---- project settings
     CString m_pluginName;

@@ -148,23 +148,47 @@ struct Graph
         input.setFormat(rate, records.data(), int32_t(records.size()));
     }
 
-    // The wrapper's block: pending changes reach the audio side, the input is handed in,
-    // the graph runs. Returns the output buffers by channel (still held by modOutput).
-    std::vector<const double*> block(const Signal& in, size_t offset, int32_t n)
+    // Pending changes reach the audio side, as at the start of the wrapper's block.
+    void applyChanges()
     {
         CAudioParamQueuedChange* list = collector->takePendingChanges();
         CAudioParamCollector::applyPendingChanges(list);
         CAudioParamQueuedChange::freeList(list);
+    }
+
+    // Samples [offset, offset + n) of `in` go in, each channel in a fresh pool buffer, as the
+    // wrapper hands in the host's block. Allocates nothing once the pool holds enough.
+    void feed(const Signal& in, size_t offset, int32_t n)
+    {
         for (int32_t c = 0; c < input.channelCount; ++c) {
             double* buffer = pool.take(n);
             std::copy(in[size_t(c)].begin() + std::ptrdiff_t(offset), in[size_t(c)].begin() + std::ptrdiff_t(offset) + n, buffer);
             CSampleBufferPool::release(input.channels[c].buffer);
             input.channels[c].buffer = buffer;
         }
+        input.blockLength = n;
+    }
+
+    // Whether every sample of the output's last block, n long, is below `limit` in size.
+    bool isOutputBelow(double limit, int32_t n) const
+    {
+        const CAudioPort& port = output->port(0);
+        for (int32_t c = 0; c < port.channelCount; ++c)
+            for (int32_t i = 0; i < n && port.channels[c].buffer; ++i)
+                if (!(std::fabs(port.channels[c].buffer[i]) < limit))
+                    return false;
+        return true;
+    }
+
+    // The wrapper's block: pending changes reach the audio side, the input is handed in,
+    // the graph runs. Returns the output buffers by channel (still held by modOutput).
+    std::vector<const double*> block(const Signal& in, size_t offset, int32_t n)
+    {
+        applyChanges();
+        feed(in, offset, n);
         lastInput.clear();
         for (int32_t c = 0; c < input.channelCount; ++c)
             lastInput.push_back(input.channels[c].buffer);
-        input.blockLength = n;
         root->process();
         output->process();
         std::vector<const double*> out(groups.size(), nullptr);

@@ -5,6 +5,7 @@
 // the product's definition or on one of the small test instances, and a host that feeds
 // blocks of 32- or 64-bit samples and collects the output.
 
+#include "AudioParamTestSupport.h"
 #include "GraphTestSupport.h"
 
 #include "Audio/CAudioEnv.h"
@@ -15,6 +16,9 @@
 #include "Audio/CAudioWrapper.h"
 #include "Audio/Processes/CModNode.h"
 #include "Core/CApplication.h"
+#include "Core/CByteArray.h"
+#include "Core/CMemoryReader.h"
+#include "Core/CWriteSeqBuffer.h"
 
 #include <gtest/gtest.h>
 
@@ -108,6 +112,23 @@ public:
 inline std::string errorLine(const CErrorPtr& error)
 {
     return error && error->lineCount() > 0 ? error->line(0).toUtf8() : std::string();
+}
+
+// The state as the host would keep it.
+inline Bytes savedState(CAudioWrapper& w)
+{
+    CWriteSeqBuffer sink;
+    CErrorPtr error = w.saveState(sink);
+    EXPECT_FALSE(error) << errorLine(error);
+    CByteArray bytes;
+    EXPECT_FALSE(sink.toArray(bytes));
+    return Bytes(bytes.data(), bytes.data() + bytes.size());
+}
+
+inline CErrorPtr loadState(CAudioWrapper& w, const Bytes& bytes)
+{
+    CMemoryReader in(bytes.data(), bytes.size());
+    return w.loadState(in);
 }
 
 // Starts the application on one definition of a resource table; stops it at the end.

@@ -3,8 +3,10 @@
 --     plug-in on it; exports dry, with the plug-in at its defaults, with its gain changed and
 --     with it bypassed; saves the session, and beside it a snapshot in which Ardour's own copies
 --     of the gain are back at the default, so that only the plug-in's saved state holds it.
+--     Then it selects one of the plug-in's built-in programs from the host's program list,
+--     checks the controls it sets and exports, and saves that as a snapshot of its own.
 --   QEL_DAW_MODE=reload, QEL_DAW_SNAPSHOT=<name>: opens that snapshot and checks that the
---     plug-in, its gain and its sound came back.
+--     plug-in, its gain (or the program's controls) and its sound came back.
 -- ardour7-lua passes no script arguments, so everything comes from the environment. A failed
 -- check raises an error whose message starts with "FAIL:"; ardour7-lua then exits with status 1.
 
@@ -20,11 +22,17 @@ local env = {
   gain_min_db   = tonumber(os.getenv("QEL_DAW_GAIN_MIN_DB") or "-12"),
   gain_max_db   = tonumber(os.getenv("QEL_DAW_GAIN_MAX_DB") or "12"),
   bypass_param  = os.getenv("QEL_DAW_BYPASS_PARAM") or "Bypass",
+  -- A program of the host's list as Ardour labels it ("<number> <name>"), and the host values
+  -- it gives the controls: Lo +6 dB and Mid +1.5 dB of -3 .. +9, Hi flat, OutGain -2.5 dB of
+  -- -12 .. +12. An empty program skips this part.
+  program       = os.getenv("QEL_DAW_PROGRAM") or "7 Fuller Bass",
+  program_values = os.getenv("QEL_DAW_PROGRAM_VALUES") or "Lo=0.75,Mid=0.375,Hi=0.25,OutGain=0.3958333",
   export_preset = os.getenv("QEL_DAW_EXPORT_PRESET") or "",
 }
 
 local SESSION_NAME = "daw-test"
 local STATE_ONLY_SNAPSHOT = SESSION_NAME .. "-state-only"
+local PROGRAM_SNAPSHOT = SESSION_NAME .. "-program"
 local TRACK_NAME = "Tone"
 local RATE = 48000
 local EXPORT_SECONDS = 3
@@ -37,6 +45,8 @@ local SILENT_DB = -60
 local GAIN_TOLERANCE_DB = 0.5
 local RELOAD_TOLERANCE_DB = 0.05
 local PLAUSIBLE_DEFAULT_DB = 3
+-- A program that changes nothing audible would prove nothing.
+local PROGRAM_AUDIBLE_DB = 1
 
 -- Unbuffered, so that what was said before a crash reaches the log.
 io.stdout:setvbuf("no")
@@ -159,8 +169,10 @@ local function start_engine()
   local backend = AudioEngine:set_backend("None (Dummy)", "", "")
   check(backend and not backend:isnil(), "Ardour's Dummy audio backend is not available")
   -- The Dummy backend feeds its capture ports with a generated signal; a steady sine makes
-  -- levels comparable between exports.
-  backend:set_device_name("Sine Wave")
+  -- levels comparable between exports. This one gives each port a fixed frequency (1 kHz, a
+  -- third of an octave up per port), so that an equalizer's setting sounds the same after
+  -- a reload: the plain "Sine Wave" picks another frequency in every run.
+  backend:set_device_name("Sine Wave 1K, 1/3 Oct")
 end
 
 local function export_wav(name)
@@ -263,6 +275,46 @@ local function write_state_only_snapshot(control)
                      env.gain_param, default))
 end
 
+-- "Label=value,..." as a list of { label, value }.
+local function parse_values(text)
+  local values = {}
+  for label, value in text:gmatch("([^,=]+)=([^,]+)") do
+    local number = tonumber(value)
+    check(number, string.format("'%s' in QEL_DAW_PROGRAM_VALUES is not a number", value))
+    values[#values + 1] = { label = label, value = number }
+  end
+  check(#values > 0, "QEL_DAW_PROGRAM_VALUES names no control")
+  return values
+end
+
+local function check_program_values(what, proc, controls)
+  for _, want in ipairs(parse_values(env.program_values)) do
+    local control = controls[want.label]
+    check(control, string.format("%s: the plug-in has no parameter '%s'", what, want.label))
+    local value = read_param(proc, control)
+    check(math.abs(value - want.value) < 1e-4,
+          string.format("%s: '%s' is %g, the program sets %g", what, want.label, value, want.value))
+  end
+  note(string.format("%s: the controls hold program '%s' (%s)", what, env.program, env.program_values))
+end
+
+-- Selects the program from the host's list, checks what it set and how it sounds, and saves
+-- the session as a snapshot of its own.
+local function save_program_snapshot(proc, controls, plug, default)
+  local preset = plug:preset_by_label(env.program)
+  check(preset and preset.valid, "the host's program list has no '" .. env.program .. "'")
+  check(plug:load_preset(preset), "Ardour could not select program '" .. env.program .. "'")
+  check_program_values("program selected", proc, controls)
+  local levels = export_wav("program")
+  local moved = 0
+  for c = 1, #levels do moved = math.max(moved, math.abs(levels[c] - default[c])) end
+  check(moved > PROGRAM_AUDIBLE_DB,
+        string.format("program '%s' moves no channel's level by more than %.2f dB", env.program, moved))
+  check(Session:save_state(PROGRAM_SNAPSHOT, false, false, false, false, false) == 0,
+        "saving snapshot " .. PROGRAM_SNAPSHOT .. " failed")
+  note(string.format("snapshot %s saved with program '%s'", PROGRAM_SNAPSHOT, env.program))
+end
+
 ------------------------------------------------------------------------------------------------
 -- create
 
@@ -329,6 +381,7 @@ local function create()
   check(Session:save_state("", false, false, false, false, false) == 0, "saving the session failed")
   note(string.format("session saved with '%s' = %g", env.gain_param, value))
   write_state_only_snapshot(gain)
+  if env.program ~= "" then save_program_snapshot(proc, controls, plug, default) end
   close_session()
 end
 
@@ -348,6 +401,14 @@ local function reload()
         "the track has no plug-in after reload (Ardour could not load it?)")
   local controls, plug = plugin_controls(proc)
   check(plug:name() == env.plugin, "the track's plug-in is '" .. plug:name() .. "', not '" .. env.plugin .. "'")
+
+  if env.snapshot == PROGRAM_SNAPSHOT then
+    check_program_values("after reload", proc, controls)
+    local saved = levels_db(read_wav(export_dir .. "/program.wav"))
+    check_change("reloaded against saved", export_wav("reloaded-" .. env.snapshot), saved, 0, RELOAD_TOLERANCE_DB)
+    close_session()
+    return
+  end
 
   local gain = controls[env.gain_param]
   check(gain, "after reload the plug-in has no parameter '" .. env.gain_param .. "'")

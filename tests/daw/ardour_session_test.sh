@@ -3,8 +3,9 @@
 # Ardour's VST 3 scanner indexes the bundle; a session with one stereo track and the plug-in
 # exports audio with the plug-in at its defaults, with its output gain changed and bypassed;
 # the session is saved, reloaded (twice: as saved, and with only the plug-in's own state
-# holding the gain) and exported again. The Lua script beside this file does the session work
-# inside ardour7-lua and says what it checks.
+# holding the gain) and exported again. A snapshot with one of the plug-in's built-in
+# programs selected from the host's program list is reloaded and exported as well. The Lua
+# script beside this file does the session work inside ardour7-lua and says what it checks.
 #
 # Usage: ardour_session_test.sh <bundle dir>
 #   <bundle dir> is DLC-730.vst3. Everything runs in a fresh temporary HOME into whose .vst3
@@ -16,6 +17,8 @@
 # point the script at another plug-in, e.g. to try the harness on one of Ardour's own:
 #   QEL_DAW_PLUGIN="ACE Amplifier" QEL_DAW_PLUGIN_TYPE=Lua QEL_DAW_GAIN_PARAM=Gain \
 #   QEL_DAW_BYPASS_PARAM= tests/daw/ardour_session_test.sh
+# QEL_DAW_PROGRAM / QEL_DAW_PROGRAM_VALUES name the program and what it sets (see the Lua
+# script); the program snapshot is a VST 3 one only.
 set -uo pipefail
 
 here="$(cd "$(dirname "$0")" && pwd)"
@@ -141,12 +144,17 @@ if [[ "$QEL_DAW_PLUGIN_TYPE" == "VST3" ]]; then
     || fail "Ardour's VST 3 scanner could not index the bundle (see its output above)"
 fi
 
+# Other kinds of plug-in have no program list to choose from.
+[[ "$QEL_DAW_PLUGIN_TYPE" == "VST3" ]] || export QEL_DAW_PROGRAM=""
+
 start=$SECONDS
 QEL_DAW_MODE=create run_step "session: create, export, save" "$lua_tool" "$here/ardour_session_test.lua"
 # The saved session as it is, then the copy in which only the plug-in's own state holds the
 # gain (Ardour's own plug-ins used to try this harness keep no state beyond their controls).
 snapshots=(daw-test)
 [[ "$QEL_DAW_PLUGIN_TYPE" == "VST3" ]] && snapshots+=(daw-test-state-only)
+# Then the one with a built-in program selected, unless QEL_DAW_PROGRAM is set empty.
+[[ -n "${QEL_DAW_PROGRAM-x}" ]] && snapshots+=(daw-test-program)
 for snapshot in "${snapshots[@]}"; do
   QEL_DAW_MODE=reload QEL_DAW_SNAPSHOT=$snapshot \
     run_step "session: reload $snapshot, check, export" "$lua_tool" "$here/ardour_session_test.lua"

@@ -1,15 +1,22 @@
 #include "CPresetListCompiler.h"
 
+#include "Audio/CAudioCreators.h"
 #include "Audio/CAudioParamStorage.h"
+#include "Core/CApplication.h"
 #include "Core/CByteOrder.h"
+#include "Core/CCoreCreators.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
 namespace qel {
+extern const CResourceRow kPresetCheckDefinitions[];
+
 namespace {
 
 CErrorPtr compile(const std::string& text, CAudioPresetList& out)
@@ -175,7 +182,7 @@ TEST(CPresetListCompilerTest, BadSourcesAreRefusedWithTheirLineAndChangeNothing)
         {"garbage", "\x01\x02 not xml at all", "The source is not well-formed XML."},
         {"truncated", std::string(kGood).substr(0, 200), "The source is not well-formed XML."},
         {"empty", "", "The source is not well-formed XML."},
-        {"other root", "<definition/>", "The source's root is not <preset-list>."},
+        {"other root", "<definition/>", "The source's root is not <preset-list> or <preset-bank>."},
         {"short family", R"(<preset-list family="QMX" definitions="a"><preset name="p"/></preset-list>)",
          "Invalid preset family 'QMX': four letters expected."},
         {"colon in family", R"(<preset-list family="QM:X" definitions="a"><preset name="p"/></preset-list>)",
@@ -230,6 +237,205 @@ TEST(CPresetListCompilerTest, AnErrorNamesTheLineItWasFoundOn)
     CErrorPtr error = compile(source, list);
     ASSERT_TRUE(error);
     EXPECT_NE(error->text().toUtf8().find("line 3"), std::string::npos) << error->text().toUtf8();
+}
+
+// ---- banks
+
+const char* const kBank = R"(<preset-bank name="Bank" family="QMXX" definitions="audio.modMain.part">
+  <common>
+    <value key="shared" v="2"/>
+  </common>
+  <preset name="One"><value key="level" v="1"/></preset>
+  <preset name="Two"><value key="level" v="2"/></preset>
+  <preset name="Three"/>
+</preset-bank>)";
+
+TEST(CPresetListCompilerTest, ABankKeepsItsNameAndPresetsAndReadsBackFromItsBlock)
+{
+    CAudioPresetBank bank;
+    CErrorPtr error = compilePresetBank(kBank, std::strlen(kBank), bank);
+    ASSERT_FALSE(error) << error->text().toUtf8();
+    EXPECT_EQ(bank.name(), CString("Bank"));
+    ASSERT_EQ(bank.presetCount(), 3);
+    EXPECT_EQ(bank.preset(0).name(), CString("QMXX:One"));
+    EXPECT_EQ(bank.preset(2).name(), CString("QMXX:Three"));
+    EXPECT_EQ(bank.preset(2).entryCount(), 1);
+
+    Bytes level;
+    level.str("audio.modMain.part.level");
+    for (uint32_t v : {1u, 1u, 0u, 1u, 1u})
+        level.u32(v);
+    level.f64(2.0);
+    EXPECT_EQ(blobOf(bank.preset(1), "level"), level.data);
+
+    // The bank's stream: its name, the count, the presets with no sizes between them.
+    CByteArray bytes;
+    ASSERT_FALSE(bank.toBytes(bytes));
+    ASSERT_GE(bytes.size(), 12u);
+    EXPECT_EQ(loadU32LE(bytes.data()), 4u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data()) + 4, 4), "Bank");
+    EXPECT_EQ(loadU32LE(bytes.data() + 8), 3u);
+    CAudioPresetBank again;
+    ASSERT_FALSE(again.fromBytes(bytes));
+    EXPECT_TRUE(again == bank);
+
+    // Either kind through the one entry point, as the tool takes it.
+    CCompiledPresets compiled;
+    ASSERT_FALSE(compilePresets(kBank, std::strlen(kBank), compiled));
+    EXPECT_TRUE(compiled.isBank);
+    EXPECT_TRUE(compiled.bank == bank);
+    ASSERT_FALSE(compilePresets(kGood, std::strlen(kGood), compiled));
+    EXPECT_FALSE(compiled.isBank);
+    EXPECT_TRUE(compiled.bank.name().isEmpty());
+}
+
+TEST(CPresetListCompilerTest, AListIsNoBankAndABankNoListAndBadBanksAreRefused)
+{
+    CAudioPresetBank bank;
+    ASSERT_FALSE(compilePresetBank(kBank, std::strlen(kBank), bank));
+    const CAudioPresetBank before = bank;
+    CAudioPresetList list;
+    ASSERT_FALSE(compile(kGood, list));
+    const CAudioPresetList listBefore = list;
+
+    CErrorPtr error = compilePresetBank(kGood, std::strlen(kGood), bank);
+    EXPECT_EQ(firstLine(error), "The source is a preset list, not a bank.");
+    error = compile(kBank, list);
+    EXPECT_EQ(firstLine(error), "The source is a bank, not a preset list.");
+    EXPECT_TRUE(list == listBefore);
+
+    struct Case
+    {
+        const char* what;
+        std::string source;
+        const char* message;
+    };
+    const Case cases[] = {
+        {"no name", R"(<preset-bank family="QMXX" definitions="a"><preset name="p"/></preset-bank>)",
+         "Attribute 'name' of <preset-bank> missing."},
+        {"no presets", R"(<preset-bank name="B" family="QMXX" definitions="a"></preset-bank>)", "The list holds no preset."},
+        {"truncated", std::string(kBank).substr(0, 120), "The source is not well-formed XML."},
+        {"garbage", std::string("\xff\xfe<preset-bank", 14), "The source is not well-formed XML."},
+        {"unknown attribute", R"(<preset-bank name="B" family="QMXX" definitions="a" id="1"><preset name="p"/></preset-bank>)",
+         "Unknown attribute 'id' of <preset-bank>."},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        error = compilePresetBank(c.source.data(), c.source.size(), bank);
+        ASSERT_TRUE(error);
+        EXPECT_EQ(firstLine(error), c.message);
+        EXPECT_TRUE(bank == before);
+    }
+}
+
+// ---- checks against a definition
+
+class CheckedPresets : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        CErrorPtr error = CApplication::startup({kCoreCreatorRows, kAudioCreatorRows}, kPresetCheckDefinitions,
+                                                CString("PresetCheckDefs.xml"));
+        ASSERT_FALSE(error) << error->text().toUtf8();
+        m_root = CApplication::sharedRoot();
+        ASSERT_TRUE(m_root && m_root->findObject(CString("part.level")));
+    }
+    void TearDown() override { CApplication::finalize(); }
+
+    CErrorPtr check(const std::string& entries, CAudioPresetBank& out)
+    {
+        const std::string source = R"(<preset-bank name="B" family="QMXX" definitions="part"><preset name="p">)" + entries
+                                   + "</preset></preset-bank>";
+        return compilePresetBank(source.data(), source.size(), out, m_root);
+    }
+
+    const CObject* m_root = nullptr;
+};
+
+// The message's numbers as the compiler prints them.
+std::string real(double value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.10g", value);
+    return text;
+}
+
+TEST_F(CheckedPresets, EntriesThatFitTheirParametersCompileUnderTheDefinitionsOwnNames)
+{
+    // -6 and +12 dB are the level's ends, 0.02 and 0.5 the ratio's.
+    const double lo = std::pow(10.0, -6.0 / 20.0);
+    const double hi = std::pow(10.0, 12.0 / 20.0);
+    CAudioPresetBank bank;
+    CErrorPtr error = check("<value key=\"level\" v=\"" + real(lo * 1.0000001) + ",1," + real(hi * 0.9999999)
+                                + "\"/><value key=\"ratio\" v=\"0.02,0.5\"/><value key=\"mode\" v=\"3\"/>"
+                                  "<text key=\"names\" v=\"x,y,z\"/><value key=\"deeper.switch\" v=\"1\"/>",
+                            bank);
+    ASSERT_FALSE(error) << error->text().toUtf8();
+    const CAudioPreset& preset = bank.preset(0);
+    EXPECT_EQ(preset.entryCount(), 5);
+
+    // A single-group, single-element parameter's entry: its definition's full name, one
+    // group, one element.
+    Bytes mode;
+    mode.str("part.mode");
+    for (uint32_t v : {1u, 1u, 0u, 1u, 1u})
+        mode.u32(v);
+    mode.f64(3.0);
+    EXPECT_EQ(blobOf(preset, "mode"), mode.data);
+
+    CAudioParamStorage values;
+    values.setFormat(1, CAudioParamStorage::Float, false, false);
+    CString definition;
+    ASSERT_FALSE(preset.findEntry(CString("deeper.switch"))->parse(definition, values));
+    EXPECT_EQ(definition, CString("part.deeper.switch"));
+    EXPECT_EQ(values.getValue(0, 0, -1.0), 1.0);
+}
+
+TEST_F(CheckedPresets, EntriesThatDontFitAreRefusedWithTheirKeyAndLine)
+{
+    const std::string gainRange = real(std::pow(10.0, -6.0 / 20.0)) + " to " + real(std::pow(10.0, 12.0 / 20.0));
+    struct Case
+    {
+        const char* what;
+        std::string entries;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"unknown key", R"(<value key="lvl" v="1"/>)", "Key 'lvl' names no parameter definition ('part.lvl')."},
+        {"not a parameter", R"(<value key="deeper" v="1"/>)", "Key 'deeper' names no parameter definition ('part.deeper')."},
+        {"above the range", R"(<value key="level" v="1,4"/>)", "Value '4' of 'level' lies outside its range " + gainRange + "."},
+        {"below the range", R"(<value key="level" v="0.5"/>)",
+         "Value '0.5' of 'level' lies outside its range " + gainRange + "."},
+        {"minimum above maximum", R"(<value key="ratio" v="0.6"/>)", "Value '0.6' of 'ratio' lies outside its range 0.02 to 0.5."},
+        {"far out", R"(<value key="mode" v="1e300"/>)", "Value '1e300' of 'mode' lies outside its range 0 to 3."},
+        {"text for numbers", R"(<text key="level" v="loud"/>)",
+         "The parameter of key 'level' holds numbers; a <text> entry can't give them."},
+        {"numbers for text", R"(<value key="names" v="1"/>)",
+         "The parameter of key 'names' holds strings; a <value> entry can't give them."},
+        {"two elements of a single one", R"(<value key="mode" v="1,2"/>)",
+         "The parameter of key 'mode' takes one element; 2 given."},
+        {"two values per element", R"(<value key="pair" v="1"/>)",
+         "The parameter of key 'pair' has 2 values per element; only one is supported."},
+    };
+    CAudioPresetBank bank;
+    ASSERT_FALSE(check(R"(<value key="level" v="1"/>)", bank));
+    const CAudioPresetBank before = bank;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        CErrorPtr error = check(c.entries, bank);
+        ASSERT_TRUE(error);
+        EXPECT_EQ(firstLine(error), c.message);
+        EXPECT_NE(error->text().toUtf8().find("line 1: "), std::string::npos) << error->text().toUtf8();
+        EXPECT_TRUE(bank == before);
+    }
+
+    // The covered part itself must exist.
+    const std::string source = R"(<preset-list family="QMXX" definitions="elsewhere"><preset name="p"/></preset-list>)";
+    CAudioPresetList list;
+    CErrorPtr error = compilePresetList(source.data(), source.size(), list, m_root);
+    EXPECT_EQ(firstLine(error), "The definition holds no object 'elsewhere'.");
+    EXPECT_FALSE(list.hasBank());
 }
 
 } // namespace

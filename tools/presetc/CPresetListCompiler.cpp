@@ -2,12 +2,18 @@
 
 #include "Audio/CAudioParamChange.h"
 #include "Audio/CAudioParamData.h"
+#include "Audio/CAudioParamDef.h"
+#include "Audio/CAudioParamInfo.h"
 #include "Audio/CAudioParamStorage.h"
+#include "Core/CObject.h"
 #include "Core/CPtrArray.h"
 
 #include <pugixml.hpp>
 
+#include <algorithm>
+#include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qel {
@@ -37,12 +43,22 @@ CString located(int line, const CString& what)
 
 bool readNumber(const CString& token, double& out) { return !token.isEmpty() && token.toReal(out); }
 
+CString realText(double value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.10g", value);
+    return CString(text);
+}
+
 class CCompiler
 {
 public:
-    CCompiler(const char* text, size_t size) : m_text(text), m_size(size) {}
+    CCompiler(const char* text, size_t size, const CObject* definitionRoot)
+        : m_text(text), m_size(size), m_definitionRoot(definitionRoot)
+    {
+    }
 
-    CErrorPtr run(CAudioPresetList& out)
+    CErrorPtr run(CCompiledPresets& out)
     {
         pugi::xml_document document;
         const pugi::xml_parse_result parsed = document.load_buffer(m_text, m_size, pugi::parse_default, pugi::encoding_utf8);
@@ -50,9 +66,14 @@ public:
             return QEL_ERROR(located(lineOf(m_text, m_size, parsed.offset), CString::fromUtf8(parsed.description())),
                              "@qelstr_CPresetListCompiler_run_NotXML The source is not well-formed XML.");
         const pugi::xml_node root = document.document_element();
-        if (std::string(root.name()) != "preset-list")
-            return error(root, "@qelstr_CPresetListCompiler_run_NoList The source's root is not <preset-list>.");
-        QEL_RETURN_IF_ERROR(checkAttributes(root, {"family", "definitions"}), CString());
+        const std::string rootName = root.name();
+        const bool isBank = rootName == "preset-bank";
+        if (!isBank && rootName != "preset-list")
+            return error(root, "@qelstr_CPresetListCompiler_run_NoList The source's root is not <preset-list> or <preset-bank>.");
+        if (isBank)
+            QEL_RETURN_IF_ERROR(checkAttributes(root, {"name", "family", "definitions"}), CString());
+        else
+            QEL_RETURN_IF_ERROR(checkAttributes(root, {"family", "definitions"}), CString());
         m_family = CString::fromUtf8(root.attribute("family").value());
         m_definitions = CString::fromUtf8(root.attribute("definitions").value());
         if (m_family.length() != 4 || m_family.find(':') >= 0)
@@ -60,10 +81,13 @@ public:
                          m_family);
         if (m_definitions.isEmpty())
             return error(root, "@qelstr_CPresetListCompiler_run_NoDefinitions No 'definitions' attribute given.");
+        if (m_definitionRoot && !m_definitionRoot->findObject(m_definitions))
+            return error(root, "@qelstr_CPresetListCompiler_run_DefinitionsMissing The definition holds no object '%1'.",
+                         m_definitions);
 
         std::vector<CEntrySource> common;
         bool hasCommon = false;
-        CAudioPresetBank bank;
+        CAudioPresetBank bank(isBank ? CString::fromUtf8(root.attribute("name").value()) : CString());
         for (const pugi::xml_node node : root.children()) {
             if (node.type() != pugi::node_element)
                 continue;
@@ -84,7 +108,8 @@ public:
         }
         if (bank.presetCount() == 0)
             return error(root, "@qelstr_CPresetListCompiler_run_NoPresets The list holds no preset.");
-        out.setBank(bank);
+        out.isBank = isBank;
+        out.bank = std::move(bank);
         return nullptr;
     }
 
@@ -175,8 +200,60 @@ private:
         return nullptr;
     }
 
+    // The definition an entry names, checked against what the source gives; null without
+    // a definition to check against.
+    CErrorPtr findDefinition(const CEntrySource& source, const CAudioParamInfo*& out) const
+    {
+        out = nullptr;
+        if (!m_definitionRoot)
+            return nullptr;
+        const CString path = CString(m_definitions).append(".").append(source.key);
+        const auto* def = dynamic_cast<const CAudioParamDef*>(m_definitionRoot->findObject(path));
+        if (!def)
+            return QEL_ERROR(CString(), "@qelstr_CPresetListCompiler_checkEntry_UnknownKey Key '%1' names no parameter "
+                                        "definition ('%2').",
+                             source.key, path);
+        const CAudioParamInfo& info = def->info();
+        const bool holdsStrings = info.dataType == CAudioParamStorage::String;
+        if (info.dataType == CAudioParamStorage::Raw || holdsStrings != source.isText)
+            return QEL_ERROR(CString(), "@qelstr_CPresetListCompiler_checkEntry_WrongType The parameter of key '%1' holds "
+                                        "%2; a <%3> entry can't give them.",
+                             source.key, CString(info.dataType == CAudioParamStorage::Raw ? "raw data"
+                                                 : holdsStrings                           ? "strings"
+                                                                                          : "numbers"),
+                             CString(source.isText ? "text" : "value"));
+        if (info.elementSize != 1)
+            return QEL_ERROR(CString(), "@qelstr_CPresetListCompiler_checkEntry_ElementSize The parameter of key '%1' has "
+                                        "%2 values per element; only one is supported.",
+                             source.key, CString::number(info.elementSize));
+        if (info.isSingleElement && source.elements.size() > 1)
+            return QEL_ERROR(CString(), "@qelstr_CPresetListCompiler_checkEntry_SingleElement The parameter of key '%1' "
+                                        "takes one element; %2 given.",
+                             source.key, CString::number(int64_t(source.elements.size())));
+        if (!holdsStrings) {
+            if (info.minValues.empty() || info.maxValues.empty())
+                return QEL_ERROR(CString(), "@qelstr_CPresetListCompiler_checkEntry_NoRange The parameter of key '%1' "
+                                            "has no range.",
+                                 source.key);
+            const double lo = std::min(info.minValues[0], info.maxValues[0]);
+            const double hi = std::max(info.minValues[0], info.maxValues[0]);
+            for (const CString& element : source.elements) {
+                double value = 0.0;
+                readNumber(element, value);
+                if (!(value >= lo && value <= hi))
+                    return QEL_ERROR(CString(), "@qelstr_CPresetListCompiler_checkEntry_OutOfRange Value '%1' of '%2' "
+                                                "lies outside its range %3 to %4.",
+                                     element, source.key, realText(lo), realText(hi));
+            }
+        }
+        out = &info;
+        return nullptr;
+    }
+
     CErrorPtr storeEntry(const CEntrySource& source, CPresetEntry& out) const
     {
+        const CAudioParamInfo* info = nullptr;
+        QEL_RETURN_IF_ERROR(findDefinition(source, info), CString());
         const uint32_t type = source.isText ? CAudioParamStorage::String : CAudioParamStorage::Float;
         CAudioParamData items;
         std::vector<double> values;
@@ -189,7 +266,10 @@ private:
             values.push_back(value);
         }
         CAudioParamStorage storage;
-        storage.setFormat(1, type, false, false);
+        if (info)
+            storage.setFormat(*info);
+        else
+            storage.setFormat(1, type, false, false);
         CAudioParamChange change;
         change.group = 0;
         change.firstElement = 0;
@@ -197,24 +277,53 @@ private:
         change.isListEnd = true;
         change.elementSize = 1;
         change.dataType = type;
+        change.isSingleGroup = storage.isSingleGroup();
+        change.isSingleElement = storage.isSingleElement();
         change.values = values.data();
         change.data = &items;
         storage.applyChange(change);
-        return out.store(CString(m_definitions).append(".").append(source.key), storage, 0);
+        const CString definitionName = info ? info->fullName : CString(m_definitions).append(".").append(source.key);
+        return out.store(definitionName, storage, 0);
     }
 
     const char* m_text;
     size_t m_size;
+    const CObject* m_definitionRoot;
     CString m_family;
     CString m_definitions;
 };
 
 } // namespace
 
-CErrorPtr compilePresetList(const char* text, size_t size, CAudioPresetList& out)
+CErrorPtr compilePresets(const char* text, size_t size, CCompiledPresets& out, const CObject* definitionRoot)
 {
-    CCompiler compiler(text, size);
-    return compiler.run(out);
+    CCompiledPresets compiled;
+    CCompiler compiler(text, size, definitionRoot);
+    QEL_RETURN_IF_ERROR(compiler.run(compiled), CString());
+    out = std::move(compiled);
+    return nullptr;
+}
+
+CErrorPtr compilePresetList(const char* text, size_t size, CAudioPresetList& out, const CObject* definitionRoot)
+{
+    CCompiledPresets compiled;
+    QEL_RETURN_IF_ERROR(compilePresets(text, size, compiled, definitionRoot), CString());
+    if (compiled.isBank)
+        return QEL_ERROR(CString(), "@qelstr_CPresetListCompiler_compilePresetList_NotAList The source is a bank, not a "
+                                    "preset list.");
+    out.setBank(compiled.bank);
+    return nullptr;
+}
+
+CErrorPtr compilePresetBank(const char* text, size_t size, CAudioPresetBank& out, const CObject* definitionRoot)
+{
+    CCompiledPresets compiled;
+    QEL_RETURN_IF_ERROR(compilePresets(text, size, compiled, definitionRoot), CString());
+    if (!compiled.isBank)
+        return QEL_ERROR(CString(), "@qelstr_CPresetListCompiler_compilePresetBank_NotABank The source is a preset list, "
+                                    "not a bank.");
+    out = std::move(compiled.bank);
+    return nullptr;
 }
 
 } // namespace qel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Audio/CAudioPresetBank.h"
 #include "Audio/CAudioPresetList.h"
 #include "Core/CError.h"
 
@@ -7,8 +8,10 @@
 
 namespace qel {
 
-// Turns a preset-list source into the list it describes, as the application data stores
-// keep mode banks and routing presets. The source is XML:
+class CObject;
+
+// Turns a preset source into the list it describes, as the application data stores keep
+// mode banks and routing presets, or into a bank. The source is XML:
 //
 //   <preset-list family="QMGC" definitions="audio.modMain.modDLC73.glowcore-params">
 //     <common>                                   optional: entries of every preset
@@ -29,8 +32,33 @@ namespace qel {
 // the same key. Presets keep the order of the source; entries are in key order, as every
 // preset keeps them.
 //
+// A bank (as a bank file or the module's built-in bank holds it) has the root
+// <preset-bank name="Bank" family=".." definitions="..">, with the same content; its name
+// is the bank's name.
+//
+// With `definitionRoot`, the root of a loaded compiled definition, every entry is checked
+// against the parameter definition it names (`definitions` "." key): the definition must
+// exist, hold strings for a <text> and numbers for a <value>, take one value per element,
+// take no more than one element when it is single-element, and every number must lie
+// within its range (min and max in internal units, either way round). The entry's stored
+// definition name is then the definition's own full name, and its storage has the
+// parameter's format.
+//
 // Anything else (another element or attribute, a number that doesn't read whole, a key
-// twice in one preset, no preset at all) is refused with the line it was found on.
-CErrorPtr compilePresetList(const char* text, size_t size, CAudioPresetList& out);
+// twice in one preset, no preset at all) is refused with the line it was found on. On
+// error `out` is left as it was.
+CErrorPtr compilePresetList(const char* text, size_t size, CAudioPresetList& out,
+                            const CObject* definitionRoot = nullptr);
+CErrorPtr compilePresetBank(const char* text, size_t size, CAudioPresetBank& out,
+                            const CObject* definitionRoot = nullptr);
+
+// Either kind, as the source's root decides.
+struct CCompiledPresets
+{
+    bool isBank = false;
+    // For a list: its bank, nameless.
+    CAudioPresetBank bank;
+};
+CErrorPtr compilePresets(const char* text, size_t size, CCompiledPresets& out, const CObject* definitionRoot = nullptr);
 
 } // namespace qel

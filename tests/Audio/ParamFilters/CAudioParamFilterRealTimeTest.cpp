@@ -60,7 +60,7 @@ TEST_F(FilterRealTime, HostAutomationThroughFiltersAllocatesNothing)
 
     constexpr int kRounds = 3000;
     constexpr int kWarmUp = 200;
-    size_t news = 0, mallocs = 0, frees = 0;
+    RealTimeCounts counts;
     std::thread audio([&] {
         for (int i = 0; i < kRounds; ++i) {
             t_counting = i >= kWarmUp;
@@ -76,9 +76,7 @@ TEST_F(FilterRealTime, HostAutomationThroughFiltersAllocatesNothing)
             CAudioParamQueuedChange::freeList(list);
             t_counting = false;
         }
-        news = t_news;
-        mallocs = t_mallocs;
-        frees = t_frees;
+        counts = {t_news, t_mallocs, t_frees};
     });
     audio.join();
     m_env->setActive(false);
@@ -93,12 +91,10 @@ TEST_F(FilterRealTime, HostAutomationThroughFiltersAllocatesNothing)
     }
     EXPECT_EQ(osBypass->audioValues().getElementValue(0, 0, 0, -1.0), (kRounds - 1) % 5 == 1 ? 1.0 : 0.0);
 #ifdef QEL_COUNTING
-    EXPECT_EQ(news, 0u);
-    EXPECT_EQ(mallocs, 0u);
-    EXPECT_EQ(frees, 0u);
+    expectNothingAllocated(counts);
 #else
-    (void)news, (void)mallocs, (void)frees;
-    GTEST_SKIP() << "the sanitizer's allocator is not counted";
+    (void)counts;
+    GTEST_SKIP() << kNotCounted;
 #endif
 }
 

@@ -353,14 +353,8 @@ TEST_F(FilterIIR, DesigningAndMorphingAllocateNothing)
         set("bands.lo.gain", 1.0 + 0.05 * k);
         set("bands.mid.freq", 500.0 + 10.0 * k);
         set("bands.hi.bw", 1.0 + 0.02 * k);
-        CAudioParamQueuedChange* list = m_collector->takePendingChanges();
-        CAudioParamCollector::applyPendingChanges(list);
-        CAudioParamQueuedChange::freeList(list);
-        double* buffer = g.pool.take(n);
-        std::copy(in[0].begin(), in[0].end(), buffer);
-        CSampleBufferPool::release(g.input.channels[0].buffer);
-        g.input.channels[0].buffer = buffer;
-        g.input.blockLength = n;
+        g.applyChanges();
+        g.feed(in, 0, n);
         g_allocations = 0;
         g_isCounting = true;
         g.root->process();

@@ -9,6 +9,7 @@
 #include "pluginterfaces/vst/ivstaudioprocessor.h"
 #include "pluginterfaces/vst/ivstcomponent.h"
 #include "pluginterfaces/vst/ivstprocesscontext.h"
+#include "pluginterfaces/vst/ivstunits.h"
 #include "pluginterfaces/vst/vstspeaker.h"
 
 #include <gtest/gtest.h>
@@ -73,6 +74,28 @@ TEST_F(CAudioWrapperVST3SidechainTest, OffersASidechainBusThatStartsInactive)
     EXPECT_EQ(info.channelCount, 2);
     EXPECT_FALSE(info.flags & BusInfo::kDefaultActive);
     EXPECT_EQ(m_wrapper->getProcessContextRequirements(), uint32(IProcessContextRequirements::kNeedTempo));
+}
+
+TEST_F(CAudioWrapperVST3SidechainTest, WithoutABuiltInBankTheProgramListHasOneProgram)
+{
+    ParameterInfo program = {};
+    ASSERT_EQ(m_wrapper->getParameterInfo(m_wrapper->getParameterCount() - 1, program), kResultTrue);
+    EXPECT_EQ(program.id, 999u);
+    // No steps, and no division by zero on the way.
+    EXPECT_EQ(program.stepCount, 0);
+    EXPECT_EQ(program.defaultNormalizedValue, 0.0);
+    ProgramListInfo list = {};
+    ASSERT_EQ(m_wrapper->getProgramListInfo(0, list), kResultTrue);
+    EXPECT_EQ(list.programCount, 1);
+    String128 name = {};
+    ASSERT_EQ(m_wrapper->getProgramName(999, 0, name), kResultTrue);
+    EXPECT_EQ(std::u16string(name), u"1 Default");
+    EXPECT_EQ(m_wrapper->getProgramName(999, 1, name), kResultFalse);
+    // Any value selects the one program, which is current already.
+    ASSERT_EQ(m_wrapper->setParamNormalized(999, 1.0), kResultTrue);
+    EXPECT_EQ(m_wrapper->currentProgram(), 0);
+    ASSERT_EQ(m_wrapper->getParamStringByValue(999, 0.7, name), kResultTrue);
+    EXPECT_EQ(std::u16string(name), u"1 Default");
 }
 
 TEST_F(CAudioWrapperVST3SidechainTest, FreeInputAndOutputCountsFollowTheMonoInStereoOutRule)

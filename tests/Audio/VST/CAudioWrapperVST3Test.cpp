@@ -2,8 +2,11 @@
 
 #include "Audio/CAudioParam.h"
 #include "Audio/CAudioParamCollector.h"
+#include "Audio/CAudioPreset.h"
 #include "Audio/VST/CVST3SpeakerLayout.h"
+#include "Core/CByteArray.h"
 #include "Core/CObject.h"
+#include "Core/CWriteSeqBuffer.h"
 #include "ProductTestFixture.h"
 #include "VST3TestSupport.h"
 
@@ -147,8 +150,8 @@ TEST_F(CAudioWrapperVST3Test, HostParametersAreTheExtParamRowsThenTheProgramList
     EXPECT_EQ(program.id, 999u);
     EXPECT_EQ(text(program.title), u"Program");
     EXPECT_EQ(program.flags, ParameterInfo::kIsProgramChange | ParameterInfo::kIsList);
-    // One slot: no steps, and no division by zero on the way.
-    EXPECT_EQ(program.stepCount, 0);
+    // The eight built-in programs, the first selected.
+    EXPECT_EQ(program.stepCount, 7);
     EXPECT_EQ(program.defaultNormalizedValue, 0.0);
 
     // Past either end the answer is false, not a read beyond the list.
@@ -214,7 +217,7 @@ TEST_F(CAudioWrapperVST3Test, AProgramChangeIsAnnouncedOnTheProgramParameterAndT
 
 // ---- units and programs
 
-TEST_F(CAudioWrapperVST3Test, OneRootUnitWithOneProgramList)
+TEST_F(CAudioWrapperVST3Test, OneRootUnitWithAProgramListOfTheBuiltInPresets)
 {
     ASSERT_EQ(m_wrapper->getUnitCount(), 1);
     UnitInfo unit = {};
@@ -231,20 +234,80 @@ TEST_F(CAudioWrapperVST3Test, OneRootUnitWithOneProgramList)
     ASSERT_EQ(m_wrapper->getProgramListInfo(0, list), kResultTrue);
     EXPECT_EQ(list.id, 999);
     EXPECT_EQ(text(list.name), u"Programs");
-    EXPECT_EQ(list.programCount, 1);
+    EXPECT_EQ(list.programCount, 8);
     EXPECT_EQ(m_wrapper->getProgramListInfo(1, list), kResultFalse);
 
+    const char16_t* const names[] = {u"1 Default",         u"2 Smoother Master", u"3 Old School",
+                                     u"4 EDM Smiley Face", u"5 Acoustic Guitar", u"6 Drum Bus",
+                                     u"7 Fuller Bass",     u"8 Nice Vocals"};
+    for (int32 i = 0; i < 8; ++i) {
+        String128 name = {};
+        ASSERT_EQ(m_wrapper->getProgramName(999, i, name), kResultTrue);
+        EXPECT_EQ(text(name), names[i]);
+    }
     String128 name = {};
-    ASSERT_EQ(m_wrapper->getProgramName(999, 0, name), kResultTrue);
-    EXPECT_EQ(text(name), u"1 Default");
-    EXPECT_EQ(m_wrapper->getProgramName(999, 1, name), kResultFalse);
+    EXPECT_EQ(m_wrapper->getProgramName(999, 8, name), kResultFalse);
     EXPECT_EQ(m_wrapper->getProgramName(999, -1, name), kResultFalse);
     EXPECT_EQ(m_wrapper->getProgramName(998, 0, name), kResultFalse);
-    EXPECT_EQ(valueText(999, 1.0), u"1 Default");
+    EXPECT_EQ(valueText(999, 1.0), u"8 Nice Vocals");
+    EXPECT_EQ(valueText(999, 6.0 / 7.0), u"7 Fuller Bass");
+    ParamValue norm = -1.0;
+    EXPECT_EQ(m_wrapper->getParamValueByString(999, const_cast<TChar*>(u"Drum Bus"), norm), kResultTrue);
+    EXPECT_DOUBLE_EQ(norm, 5.0 / 7.0);
 
     EXPECT_EQ(m_wrapper->getSelectedUnit(), 0);
     EXPECT_EQ(m_wrapper->selectUnit(0), kResultTrue);
     EXPECT_EQ(m_wrapper->selectUnit(1), kResultFalse);
+}
+
+TEST_F(CAudioWrapperVST3Test, TheHostsProgramChangeLoadsTheSlotAndIsNotEchoed)
+{
+    m_handler.calls.clear();
+    ASSERT_EQ(m_wrapper->setParamNormalized(999, 6.0 / 7.0), kResultTrue);
+    EXPECT_EQ(m_wrapper->currentProgram(), 6);
+    EXPECT_DOUBLE_EQ(m_wrapper->getParamNormalized(999), 6.0 / 7.0);
+    // Fuller Bass: Lo at +6 dB on its -3 to +9 dB knob, the top flat, the output at -2.5 dB
+    // on -12 to +12 dB; the host hears of each as an edit, and of no program change.
+    EXPECT_NEAR(m_wrapper->getParamNormalized(2), (6.0 + 3.0) / 12.0, 1e-9);
+    EXPECT_NEAR(m_wrapper->getParamNormalized(4), (0.0 + 3.0) / 12.0, 1e-9);
+    EXPECT_NEAR(m_wrapper->getParamNormalized(kOutGain), (-2.5 + 12.0) / 24.0, 1e-9);
+    EXPECT_EQ(m_handler.count("program-list"), 0);
+    bool toldLo = false;
+    for (const auto& call : m_handler.calls) {
+        EXPECT_NE(call.id, 999);
+        toldLo = toldLo || (call.what == "perform" && call.id == 2);
+    }
+    EXPECT_TRUE(toldLo);
+    EXPECT_EQ(valueText(2, m_wrapper->getParamNormalized(2)).substr(0, 3), u"6.0");
+
+    // The state carries the program's values and name.
+    const std::vector<uint8_t> saved = state();
+    ASSERT_EQ(m_wrapper->setParamNormalized(999, 0.0), kResultTrue);
+    EXPECT_EQ(m_wrapper->currentProgram(), 0);
+    EXPECT_NEAR(m_wrapper->getParamNormalized(2), 3.0 / 12.0, 1e-9);
+    test::CTestByteStream stream(saved);
+    ASSERT_EQ(m_wrapper->setState(&stream), kResultOk);
+    EXPECT_NEAR(m_wrapper->getParamNormalized(2), 9.0 / 12.0, 1e-9);
+    String128 name = {};
+    ASSERT_EQ(m_wrapper->getProgramName(999, 0, name), kResultTrue);
+    EXPECT_EQ(text(name), u"1 Fuller Bass");
+}
+
+TEST_F(CAudioWrapperVST3Test, AProgramChangeFromElsewhereReachesTheHost)
+{
+    m_handler.calls.clear();
+    ASSERT_FALSE(m_wrapper->loadProgram(3, nullptr));
+    std::vector<std::string> order;
+    for (const auto& call : m_handler.calls)
+        if (call.id == 999)
+            order.push_back(call.what + ":" + std::to_string(call.id));
+    EXPECT_EQ(order, (std::vector<std::string>{"begin:999", "perform:999", "end:999", "program-list:999"}));
+    double performed = -1.0;
+    for (const auto& call : m_handler.calls)
+        if (call.what == "perform" && call.id == 999)
+            performed = call.value;
+    EXPECT_DOUBLE_EQ(performed, 3.0 / 7.0);
+    EXPECT_DOUBLE_EQ(m_wrapper->getParamNormalized(999), 3.0 / 7.0);
 }
 
 // ---- buses
@@ -527,6 +590,15 @@ TEST_F(CAudioWrapperVST3Test, StateRoundTripsAndBadStateChangesNothing)
     foreign[0] = 'x';                                                           // another block's tag
     bad.push_back(foreign);
     bad.push_back(std::vector<uint8_t>(300, 0xA5));                             // garbage
+    {
+        // A whole preset of another family: the routing presets'.
+        CAudioPreset routing(CString("QMIO:Stereo"));
+        CWriteSeqBuffer sink;
+        EXPECT_FALSE(routing.writeBlock(sink));
+        CByteArray block;
+        EXPECT_FALSE(sink.toArray(block));
+        bad.emplace_back(block.data(), block.data() + block.size());
+    }
     for (size_t i = 0; i < bad.size(); ++i) {
         SCOPED_TRACE(i);
         test::CTestByteStream stream(bad[i]);

@@ -690,7 +690,9 @@ TEST_F(PluginBundle, TakesOneToEightChannels)
         ASSERT_EQ(instance.mainChannelCount(kOutput), channels);
         start(instance, 256, false);
         Signal<float> input = testSignal<float>(channels, 4096);
-        // One silent channel: what comes out of it must be far below the others.
+        // One silent channel: what comes out of it must be far below the others. Not zero:
+        // the saturator's bias sets a DC level at start that the 1 Hz high-pass takes a
+        // second to remove, some 88 dB below full scale.
         std::fill(input.back().begin(), input.back().end(), 0.0f);
         const Signal<float> output = render(instance, input, 256);
         for (int32 c = 0; c < channels; ++c) {
@@ -700,7 +702,7 @@ TEST_F(PluginBundle, TakesOneToEightChannels)
                 energy += static_cast<double>(sample) * sample;
             }
             if (c == channels - 1)
-                EXPECT_LT(energy, 1e-6) << "channel " << c;
+                EXPECT_LT(energy, 1e-4) << "channel " << c;
             else
                 EXPECT_GT(energy, 1.0) << "channel " << c;
         }

@@ -583,10 +583,11 @@ TEST_F(CProductTest, AllBandsOffStillRunTheSaturatorsAndTheHighPass)
     for (const char* stage : {"modPreGain", "modSatEB", "modSatEBOut", "modFilterHP1"})
         EXPECT_TRUE(runs(*chain, stage)) << stage;
 
-    // Flat but for the saturators' gain and the high-pass at 1 Hz.
+    // Flat but for the saturators' gain and the high-pass at 1 Hz. The mode the selector
+    // shows from the start ("Tube 2") sets the saturators; its gain is small but there.
     const test::SaturatorPair pair(saturatorParams());
     EXPECT_LT(std::abs(test::gainToDb(pair.plainGain())), 3.0);
-    EXPECT_GT(std::abs(test::gainToDb(pair.plainGain())), 0.3);
+    EXPECT_GT(std::abs(test::gainToDb(pair.plainGain())), 0.05);
     for (double f : kProbeFreqs) {
         const double expected = std::abs(pair.at(1.0, f, m_rate) * test::onePoleHighPass(1.0, f, m_rate));
         const double measured =

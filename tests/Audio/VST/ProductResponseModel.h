@@ -2,11 +2,14 @@
 
 // The product's small-signal response, worked out here from the design formulas of its
 // stages, without any of the plug-in's own code: the band filters (a matched peaking
-// filter and two shelves), the one-pole high-passes, and the linearised saturator and
-// harmonic stages around their resting points. At a small amplitude every stage of the
-// chain is linear to well within a hundredth of a decibel, so the whole plug-in is one
-// transfer function: the auto-gain, the saturator pair around the bands (whose level
-// detector makes it frequency dependent below some 30 Hz), and the 1 Hz high-pass.
+// filter solved from the conditions that define it, and two shelves), the one-pole
+// high-passes, and the linearised saturator and harmonic stages around their resting
+// points. At a small amplitude every stage of the chain is linear to well within a
+// hundredth of a decibel, so the whole plug-in is one transfer function: the auto-gain, the
+// saturator pair around the bands (whose level detector makes it frequency dependent below
+// some 30 Hz), and the 1 Hz high-pass.
+
+#include "../Filters/MatchedPeakReference.h"
 
 #include <cmath>
 #include <complex>
@@ -36,42 +39,6 @@ struct Biquad
         return (b0 + b1 * z1 + b2 * z2) / (1.0 + a1 * z1 + a2 * z2);
     }
 };
-
-// The peaking filter whose response is matched to its analog prototype at the Nyquist
-// frequency and half of it. `gain` linear, `bw` in octaves.
-inline Biquad matchedPeak(double freq, double gain, double bw, double rate)
-{
-    // At a gain of exactly 1 the design is singular; it runs at 0.999 instead.
-    const double G = std::abs(gain - 1.0) < 0.001 ? 0.999 : gain;
-    double f0 = std::min(2.0 * freq / rate, 0.99);
-    double fb = std::min(2.0 * freq / rate * std::pow(0.5, bw / 2.0), 0.98);
-    if (std::abs(f0 - 0.5) < 0.01) {
-        f0 *= 0.99;
-        fb *= 0.99;
-    }
-    const double G2 = G * G;
-    const double f04 = std::pow(f0, 4.0);
-    const double x = (G2 - G) * fb * fb;
-    const double y = (G - 1.0) * (std::pow(fb, 4.0) + f04);
-    const double z = 2.0 * f0 * f0 * fb * fb * (1.0 - G2);
-    const double u = y * G2 + G * z;
-    const double H1 = (x * (1.0 + f04) + u) / (x * (1.0 + f04) + y + z);
-    const double Hm = (u + x * (4.0 * f04 + 0.25)) / (y + z + x * (4.0 * f04 + 0.25));
-    const double g1 = std::sqrt(H1);
-    const double T = std::pow(std::tan(std::numbers::pi * f0 / 2.0), 2.0);
-    const double P = H1 - G2;
-    const double Q = Hm - G2;
-    const double W = std::sqrt((1.0 - G2) / P);
-    const double E = 1.0 / (P * Q);
-    const double U = 2.0 * T * P;
-    const double V = W * Q * U;
-    const double X = U * (G2 - 1.0);
-    const double Y = (H1 - Hm) * (1.0 - G2) - P * (Hm - 1.0) * T * T;
-    const double Z = V * g1 + Y * G2 + Hm * X;
-    const double D = std::sqrt(E * (Y + X + V));
-    const double R = std::sqrt(E * Z);
-    return Biquad::normalised(T + g1 * W + R, 2.0 * (T - g1 * W), T + g1 * W - R, T + W + D, 2.0 * (T - W), T + W - D);
-}
 
 // The shelves of the usual bilinear cookbook, their slope set by `bw` in octaves.
 inline Biquad shelf(bool isHigh, double freq, double gain, double bw, double rate)
@@ -105,8 +72,11 @@ inline Complex bandFilter(int mode, double freq, double gainDb, double bw, doubl
 {
     const double gain = dbToGain(gainDb);
     switch (mode) {
-    case 1:
-        return matchedPeak(freq, gain, bw * 0.924825, rate).at(at, rate);
+    case 1: {
+        // At a gain of exactly 1 the design is singular; it runs at 0.999 instead.
+        const double G = std::abs(gain - 1.0) < 0.001 ? 0.999 : gain;
+        return MatchedPeakReference(rate, freq, G, bw * 0.924825).response(2.0 * std::numbers::pi * at / rate);
+    }
     case 2:
         return shelf(false, freq, gain, bw, rate).at(at, rate);
     case 3:

@@ -1,0 +1,7 @@
+#include "Audio/CAudioInterfaceBase.h"
+
+namespace qel {
+
+CAudioInterfaceBase::~CAudioInterfaceBase() = default;
+
+} // namespace qel
