@@ -29,14 +29,19 @@
 #include "Audio/Filters/CAudioFilterRBJGen.h"
 #include "Audio/Filters/CAudioFilterSerialGen.h"
 #include "Audio/Filters/CAudioFilterSerialGenItem.h"
+#include "Audio/Processes/CModFilterFIRDef.h"
 #include "Audio/Processes/CModFilterIIRDef.h"
 #include "Audio/Processes/CModBypassDef.h"
 #include "Audio/Processes/CModGainDef.h"
 #include "Audio/Processes/CModGlowCoreDef.h"
+#include "Audio/Processes/CModDecimatorDef.h"
+#include "Audio/Processes/CModInterpolatorDef.h"
+#include "Audio/Processes/CModLatencyUniformerDef.h"
+#include "Audio/Processes/CModMeterDef.h"
 #include "Audio/Processes/CModNodeDef.h"
 #include "Audio/Processes/CModOutputDef.h"
-#include "Audio/Processes/CModPassThroughDef.h"
 #include "Audio/Processes/CModProcessSwitchDef.h"
+#include "Audio/Processes/CModResamplerDef.h"
 #include "Audio/Processes/CModSatEBDef.h"
 #include "Audio/ParamFilters/CAudioParamFilterBypassGroupSoloDef.h"
 #include "Audio/ParamFilters/CAudioParamFilterBypassOSDef.h"
@@ -85,14 +90,12 @@ const CCreatorRow kAudioCreatorRows[] = {
     creatorRow<CAudioFilterGenArray>("audio:fltgen-array"),
     creatorRow<CAudioFilterGenArrayItem>("audio:fltgen-array-item"),
     creatorRow<CModFilterIIRDef>("audio:modFilterIIR"),
-    // Stand-ins that pass the signal until these processes have classes of their own; a
-    // class that arrives replaces its row here.
-    creatorRow<CModPassThroughDef>("audio:modResampler"),
-    creatorRow<CModPassThroughDef>("audio:modInterpolator"),
-    creatorRow<CModPassThroughDef>("audio:modDecimator"),
-    creatorRow<CModPassThroughDef>("audio:modFilterFIR"),
-    creatorRow<CModPassThroughDef>("audio:modLatencyUniformer"),
-    creatorRow<CModPassThroughDef>("audio:modMeter"),
+    creatorRow<CModFilterFIRDef>("audio:modFilterFIR"),
+    creatorRow<CModResamplerDef>("audio:modResampler"),
+    creatorRow<CModInterpolatorDef>("audio:modInterpolator"),
+    creatorRow<CModDecimatorDef>("audio:modDecimator"),
+    creatorRow<CModLatencyUniformerDef>("audio:modLatencyUniformer"),
+    creatorRow<CModMeterDef>("audio:modMeter"),
     creatorRow<CAudioParamRemapDef>("audio:param-remap"),
     creatorRow<CAudioParamSharedStorage>("audio:param-shared-storage"),
     creatorRow<CAudioParamFilterBypassOSDef>("audio:param-filter-bypass-os"),

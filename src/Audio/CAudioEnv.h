@@ -9,6 +9,7 @@
 namespace qel {
 
 class CAudioParamCollector;
+class CAudioVizReceiver;
 
 // What the root of an instance's graph shares (tag audio:audio-env). For parameters: the
 // lock of the queue of changes towards the audio thread, held only to exchange pointers,
@@ -23,6 +24,10 @@ public:
     // parameters there at set-up. Without one they run on their parameters' fallbacks.
     CAudioParamCollector* paramCollector() const { return m_paramCollector; }
     void setParamCollector(CAudioParamCollector* collector) { m_paramCollector = collector; }
+    // Where processes hand their visual data; set, like the collector, before any process is
+    // made, which asks it for its source at set-up. Without one, meters measure and drop.
+    CAudioVizReceiver* vizReceiver() const { return m_vizReceiver; }
+    void setVizReceiver(CAudioVizReceiver* receiver) { m_vizReceiver = receiver; }
 
     // In samples at the output process's input rate. Written on the audio thread when that
     // process is reconfigured; the wrapper reads it from any thread to report it.
@@ -53,6 +58,7 @@ public:
 
 private:
     CAudioParamCollector* m_paramCollector = nullptr;
+    CAudioVizReceiver* m_vizReceiver = nullptr;
     std::atomic<int32_t> m_latency{0};
     std::mutex m_queueLock;
     std::atomic<bool> m_isActive{false};

@@ -12,7 +12,8 @@ struct CAudioFilterStage;
 //
 // A section at t reads only t - 2: even and odd samples are two independent streams. The
 // loop takes them in pairs, which gives the processor two chains to overlap and leaves
-// nothing to shift.
+// nothing to shift; where the processor has two-lane vectors (SSE2, every x86-64) a pair
+// is one vector through each section, with the same result bit for bit.
 struct CDCDAWHalfBandState
 {
     static constexpr int32_t kMaxSections = 8;
@@ -33,6 +34,8 @@ void halfBandInit(CDCDAWHalfBandState& st, const CAudioFilterStage& stage, doubl
 // By sections per branch, 1 to 8; anything else passes the input.
 using CHalfBandProcess = void (*)(CDCDAWHalfBandState&, const double*, double*, int32_t);
 CHalfBandProcess halfBandProcess(int32_t sections);
+// The same with plain scalar pairs: the reference of the vector loop.
+CHalfBandProcess halfBandProcessScalar(int32_t sections);
 
 } // namespace dcdaw
 } // namespace qel
