@@ -120,12 +120,12 @@ TEST_F(ProductOversampling, EachOctaveLowersTheAliasesOfAToneAtFullScale)
 TEST_F(ProductOversampling, TheReportedLatencyIsWhereAnImpulseArrives)
 {
     // Long enough for the bypass's fade and the fades of the lines that align the dry
-    // path to a new latency (0.015 s is 2880 samples at 192 kHz, after up to 584 samples of
-    // waiting), and for the impulse to come out.
-    constexpr size_t kSettle = 4096;
+    // path to a new latency (0.015 s is 2880 samples at 192 kHz and 11520 at 768 kHz,
+    // after up to 584 samples of waiting), and for the impulse to come out.
     constexpr size_t kLength = 1024;
     constexpr size_t kAt = 256;
-    for (double rate : {44100.0, 48000.0, 96000.0, 192000.0}) {
+    for (double rate : {44100.0, 48000.0, 96000.0, 192000.0, 384000.0, 768000.0}) {
+        const size_t kSettle = rate > 192000.0 ? 16384 : 4096;
         auto w = product(rate);
         ASSERT_TRUE(w);
         for (double linear : {0.0, 1.0}) {
