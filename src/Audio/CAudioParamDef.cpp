@@ -63,4 +63,13 @@ CErrorPtr CAudioParamAllocDef::init()
     return nullptr;
 }
 
+CString CAudioParamAllocDef::plainParamName() const
+{
+    int start = 0;
+    for (int i = 0; i < m_paramName.length(); ++i)
+        if (m_paramName.at(i) == '.' || m_paramName.at(i) == '^')
+            start = i + 1;
+    return m_paramName.substring(start);
+}
+
 } // namespace qel

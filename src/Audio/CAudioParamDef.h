@@ -28,6 +28,9 @@ public:
     CErrorPtr init() override;
 
     const CString& paramName() const { return m_paramName; }
+    // The last part of `param-name` ("freq" of "^eq-params.freq"): what a process keys
+    // its slots by, wherever the parameter lives.
+    CString plainParamName() const;
     int32_t index() const { return m_index; }
     bool useAllGroups() const { return m_useAllGroups; }
     bool useAllElements() const { return m_useAllElements; }

@@ -8,20 +8,6 @@
 #include <new>
 
 namespace qel {
-namespace {
-
-// A row names its parameter plainly ("freq"); should it carry a path, the last part counts.
-CString plainName(const CString& name)
-{
-    int start = 0;
-    for (int i = 0; i < name.length(); ++i)
-        if (name.at(i) == '.' || name.at(i) == '^')
-            start = i + 1;
-    return name.substring(start);
-}
-
-} // namespace
-
 // The layout comes first: the base makes the prepared modules, and each reads it.
 CErrorPtr CModFilterIIR::init()
 {
@@ -39,7 +25,7 @@ CErrorPtr CModFilterIIR::init()
                 continue;
             if (index + 1 > m_layout.slotCount)
                 m_layout.slotCount = index + 1;
-            const CString name = plainName(row->paramName());
+            const CString name = row->plainParamName();
             if (name == CString("index")) {
                 m_layout.indexSlot = index;
             } else if (name != CString("count") && name != CString("points")) {
