@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Audio/CAudioDiagnostics.h"
 #include "Core/CObject.h"
 
 #include <atomic>
@@ -35,6 +36,9 @@ public:
     void setLatency(int32_t samples) { m_latency.store(samples, std::memory_order_release); }
 
     std::mutex& queueLock() { return m_queueLock; }
+
+    // What the audio thread noticed, for a thread that may write the log to tell.
+    CAudioDiagnostics& diagnostics() { return m_diagnostics; }
     // Between the wrapper's start and stop of processing. Any thread reads it.
     bool isActive() const { return m_isActive.load(std::memory_order_acquire); }
     void setActive(bool active) { m_isActive.store(active, std::memory_order_release); }
@@ -61,6 +65,7 @@ private:
     CAudioVizReceiver* m_vizReceiver = nullptr;
     std::atomic<int32_t> m_latency{0};
     std::mutex m_queueLock;
+    CAudioDiagnostics m_diagnostics;
     std::atomic<bool> m_isActive{false};
     double m_sampleRate = 44100.0;
     std::atomic<double> m_streamPosition{0.0};

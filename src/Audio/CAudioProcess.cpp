@@ -61,8 +61,6 @@ CErrorPtr CAudioProcess::init()
     enumerateLinks();
     reserveWiring();
     plan();
-    // A cycle in the graph as it starts is told at once.
-    flushDiagnostics();
     return nullptr;
 }
 
@@ -495,9 +493,9 @@ void CAudioProcess::orderRun()
         }
     }
     const bool hasCycle = m_runOrder.size() != m_candidates.size();
-    // The audio thread may not log: the cycle is noted and told by flushDiagnostics.
+    // Told once when the cycle appears; the audio thread only notes it.
     if (hasCycle && !m_hasSequenceError)
-        m_isSequenceErrorNoted.store(true, std::memory_order_release);
+        noteDiagnostic([](const CString& name, int32_t, double) { CLog::printfObject(name, "process seq err"); });
     m_hasSequenceError = hasCycle;
 }
 
@@ -630,15 +628,6 @@ void CAudioProcess::attachOutput(CAudioStream* stream) { m_sink->attachOutput(st
 void CAudioProcess::detachOutput(CAudioStream* stream) { m_sink->detachOutput(stream); }
 
 void CAudioProcess::reserveOutputs(int32_t count) { m_sink->reserveOutputs(count); }
-
-void CAudioProcess::flushDiagnostics()
-{
-    if (m_isSequenceErrorNoted.exchange(false, std::memory_order_acq_rel))
-        CLog::printfObject(m_fullName, "process seq err");
-    for (auto& node : m_nodes)
-        if (node->process)
-            node->process->flushDiagnostics();
-}
 
 CAudioProcessBase* CAudioProcess::findChild(const CString& name) const
 {

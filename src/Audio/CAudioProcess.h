@@ -49,7 +49,6 @@ public:
     void attachOutput(CAudioStream* stream) override;
     void detachOutput(CAudioStream* stream) override;
     void reserveOutputs(int32_t count) override;
-    void flushDiagnostics() override;
 
     // ---- for tests and diagnostics
     // The child of that name; null for a junction or an unknown name.
@@ -160,7 +159,6 @@ private:
     uint32_t m_visit = 0;
     bool m_isEnumerating = false;
     bool m_hasSequenceError = false;
-    std::atomic<bool> m_isSequenceErrorNoted{false};
     int32_t m_entryCount = 0;
     int32_t m_lateEntryCount = 0;
 };

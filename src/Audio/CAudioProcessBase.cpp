@@ -192,7 +192,11 @@ void CAudioProcessBase::activate()
     m_outputsChanged = true;
 }
 
-void CAudioProcessBase::flushDiagnostics() {}
+void CAudioProcessBase::noteDiagnostic(CAudioDiagnostics::Teller teller, int32_t integer, double real) const
+{
+    if (m_env)
+        m_env->diagnostics().note(m_fullName, teller, integer, real);
+}
 
 // ---- wiring
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Audio/CAudioDiagnostics.h"
 #include "Audio/CAudioPort.h"
 #include "Audio/CAudioStream.h"
 #include "Audio/CSilenceNoise.h"
@@ -115,8 +116,10 @@ public:
     // it can.
     virtual void fadeInFromInput() {}
 
-    // Not the audio thread: writes to the log what the audio thread could only note.
-    virtual void flushDiagnostics();
+    // Any thread, the audio thread included: hands a line for the log, about this process,
+    // to the instance's diagnostics (which a thread that may log empties). Without an
+    // environment there is nobody to tell.
+    void noteDiagnostic(CAudioDiagnostics::Teller teller, int32_t integer = 0, double real = 0.0) const;
 
     // ---- state, for the owner and for tests
     const CString& fullName() const { return m_fullName; }

@@ -44,6 +44,7 @@ CErrorPtr CAudioProcessDefBase::init()
     m_inputComboMode = combo == CString("avg") ? ComboAvg : combo == CString("max") ? ComboMax : ComboSum;
 
     // Also catches an absent value, which reads as 0.
+    m_hasXfadeLength = hasAttr(CString("xfade-length"));
     m_xfadeLengthSec = getAttrReal(CString("xfade-length"));
     if (!(m_xfadeLengthSec >= kMinXfadeLengthSec))
         m_xfadeLengthSec = kMinXfadeLengthSec;
@@ -63,6 +64,10 @@ CErrorPtr CAudioProcessDefBase::createProcess(CAudioProcessBase*& outProcess, CA
     process->setup(this, parent, fullName, env, group, m_stackIndexShift + element, pool);
     QEL_RETURN_IF_ERROR(bindParams(env, fullName), fullName);
     QEL_RETURN_IF_ERROR(process->init(), fullName);
+    // A root is made by whoever sets the graph up, never on the audio thread: what its
+    // making noticed (a cycle, a slot without a row) is told at once.
+    if (!parent && env)
+        env->diagnostics().flush();
     outProcess = process.release();
     return nullptr;
 }

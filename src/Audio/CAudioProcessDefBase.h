@@ -67,6 +67,9 @@ public:
     bool isCompInput() const { return m_isCompInput; }
     InputComboMode inputComboMode() const { return m_inputComboMode; }
     double xfadeLengthSec() const { return m_xfadeLengthSec; }
+    // Whether the definition names a crossfade length of its own rather than leaving the
+    // minimum in place.
+    bool hasXfadeLength() const { return m_hasXfadeLength; }
 
 protected:
     // The class's own process, not yet initialised: the last virtual slot. Null for a
@@ -98,6 +101,7 @@ private:
     bool m_isCompInput = false;
     InputComboMode m_inputComboMode = ComboSum;
     double m_xfadeLengthSec = kMinXfadeLengthSec;
+    bool m_hasXfadeLength = false;
 };
 
 } // namespace qel

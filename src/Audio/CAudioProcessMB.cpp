@@ -303,15 +303,6 @@ void CAudioProcessMB::detachOutput(CAudioStream* stream) { m_sink->detachOutput(
 
 void CAudioProcessMB::reserveOutputs(int32_t count) { m_sink->reserveOutputs(count); }
 
-void CAudioProcessMB::flushDiagnostics()
-{
-    if (m_pre)
-        m_pre->flushDiagnostics();
-    for (auto* list : {&m_bands, &m_lowPasses, &m_highPasses})
-        for (const auto& p : *list)
-            p->flushDiagnostics();
-}
-
 CAudioProcessBase* CAudioProcessMB::band(int32_t index) const
 {
     return index >= 0 && index < m_bandCount ? m_bands[size_t(index)].get() : nullptr;

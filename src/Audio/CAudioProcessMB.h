@@ -41,7 +41,6 @@ public:
     void attachOutput(CAudioStream* stream) override;
     void detachOutput(CAudioStream* stream) override;
     void reserveOutputs(int32_t count) override;
-    void flushDiagnostics() override;
 
     // ---- for tests
     int32_t bandCount() const { return m_bandCount; }

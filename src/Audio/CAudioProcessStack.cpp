@@ -233,7 +233,14 @@ void CAudioProcessStack::planLayout()
                         column = c.get();
             }
             if (!column) {
-                m_droppedGroup.store(port.channels[i].group, std::memory_order_relaxed);
+                // Told once per group, not at every plan that leaves it out again.
+                const int32_t group = port.channels[i].group;
+                if (group != m_toldDroppedGroup) {
+                    m_toldDroppedGroup = group;
+                    noteDiagnostic([](const CString& name, int32_t g, double) {
+                        CLog::printfObject(name, "stack has no copy for group %i", int(g));
+                    }, group);
+                }
                 continue;
             }
             column->wantKeys |= keyBit(key);
@@ -681,17 +688,6 @@ void CAudioProcessStack::release()
     m_isLayoutStale = true;
     m_hasRun = false;
     CAudioProcessBase::release();
-}
-
-void CAudioProcessStack::flushDiagnostics()
-{
-    const int32_t dropped = m_droppedGroup.exchange(-1, std::memory_order_relaxed);
-    if (dropped >= 0)
-        CLog::printfObject(m_fullName, "stack has no copy for group %i", int(dropped));
-    for (const auto& record : m_groups)
-        for (const auto& column : record->columns)
-            for (const auto& copy : column->copies)
-                copy->flushDiagnostics();
 }
 
 // ---- for tests

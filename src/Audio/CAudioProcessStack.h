@@ -54,7 +54,6 @@ public:
     void update() override;
     void process() override;
     void release() override;
-    void flushDiagnostics() override;
 
     // ---- for tests and diagnostics
     // Groups that have channels, in order of their coming.
@@ -150,8 +149,8 @@ private:
     bool m_hasRun = false;
     CSource m_sources[CAudioStream::kMaxChannels];
     CXFadeKernel m_fade;
-    // A channel of a group no copy was made for; told by flushDiagnostics.
-    std::atomic<int32_t> m_droppedGroup{-1};
+    // The last group a channel of which found no copy made for it, as told to the log.
+    int32_t m_toldDroppedGroup = -1;
 };
 
 } // namespace qel

@@ -30,6 +30,14 @@ bool CAudioProcessTerminalBase::isSmoothLeaf() const
     return false;
 }
 
+// A leaf that crossfades its own changes, or whose definition names a crossfade length,
+// also fades when its bypass state takes it out of the path or brings it back (a latency
+// pad that is not smooth still should not jump); one that names neither leaves at once.
+bool CAudioProcessTerminalBase::fadesOnBypass() const
+{
+    return isSmoothLeaf() || (m_def && m_def->hasXfadeLength());
+}
+
 CErrorPtr CAudioProcessTerminalBase::init()
 {
     QEL_RETURN_IF_ERROR(CAudioProcessBase::init(), m_fullName);
@@ -47,7 +55,6 @@ CErrorPtr CAudioProcessTerminalBase::init()
             return QEL_ERROR(m_fullName, "@qelstr_CAudioProcessTerminalBase_init_ModuleError Audio module creation failed.");
         m_free.push_back(module);
     }
-    flushDiagnostics();
     return nullptr;
 }
 
@@ -85,16 +92,13 @@ void CAudioProcessTerminalBase::giveBack(CAudioModule* module)
 
 void CAudioProcessTerminalBase::noteMissingParam(int32_t index)
 {
-    m_missingParams.fetch_or(uint64_t(1) << (uint32_t(index) % 64), std::memory_order_relaxed);
-}
-
-void CAudioProcessTerminalBase::flushDiagnostics()
-{
-    const uint64_t missing = m_missingParams.load(std::memory_order_relaxed) & ~m_loggedParams;
-    for (int32_t index = 0; index < 64; ++index)
-        if (missing & (uint64_t(1) << index))
-            CLog::printfObject(m_fullName, "regModuleParam error %i", index);
-    m_loggedParams |= missing;
+    // Every module of the process meets the same gap: told for the first.
+    const uint64_t bit = uint64_t(1) << (uint32_t(index) % 64);
+    if (m_missingParams.fetch_or(bit, std::memory_order_relaxed) & bit)
+        return;
+    noteDiagnostic([](const CString& name, int32_t slot, double) {
+        CLog::printfObject(name, "regModuleParam error %i", int(slot));
+    }, index);
 }
 
 // ---- the life cycle
@@ -117,6 +121,7 @@ void CAudioProcessTerminalBase::reset()
 {
     CAudioProcessBase::reset();
     m_side.stop();
+    m_sideWait = 0;
     m_sideMode = SideNone;
     retireFades();
     for (int32_t i = 0; i < m_slotCount; ++i)
@@ -126,6 +131,7 @@ void CAudioProcessTerminalBase::reset()
 void CAudioProcessTerminalBase::release()
 {
     m_side.stop();
+    m_sideWait = 0;
     m_sideMode = SideNone;
     m_isFadeInPending = false;
     retireFades();
@@ -311,13 +317,19 @@ void CAudioProcessTerminalBase::startSideFade(int32_t mode)
     m_side.start(length);
     if (isTurning)
         m_side.skip(length - elapsed);
+    // A module that delays its output (a latency pad) has nothing of the signal to give
+    // for that many samples after it comes in: the input goes on through until it has.
+    m_sideWait = 0;
+    if (mode == SideFadingIn && !isTurning)
+        for (int32_t i = 0; i < m_slotCount; ++i)
+            m_sideWait = std::max(m_sideWait, m_slots[i].current->latency());
     m_sideMode = mode;
 }
 
 double CAudioProcessTerminalBase::fadeOutToInput()
 {
     m_isFadeInPending = false;
-    if (!isSmoothLeaf() || m_slotCount == 0 || !(m_inputRate > 0.0) || m_sideMode == SidePassing)
+    if (!fadesOnBypass() || m_slotCount == 0 || !(m_inputRate > 0.0) || m_sideMode == SidePassing)
         return 0.0;
     // Asked again while the fade runs, it tells what is left of it.
     if (m_sideMode != SideFadingOut)
@@ -327,7 +339,7 @@ double CAudioProcessTerminalBase::fadeOutToInput()
 
 void CAudioProcessTerminalBase::fadeInFromInput()
 {
-    if (!isSmoothLeaf() || m_sideMode == SideFadingIn)
+    if (!fadesOnBypass() || m_sideMode == SideFadingIn)
         return;
     // Back before it left: from where it stands towards its own output again.
     if (m_sideMode == SideFadingOut || m_sideMode == SidePassing)
@@ -397,7 +409,7 @@ void CAudioProcessTerminalBase::process()
                         Pool::release(out);
                         out = input;
                     } else {
-                        out = m_sideMode == SideFadingIn ? mixFade(0, m_side, input, out, n) : mixFade(0, m_side, out, input, n);
+                        out = m_sideMode == SideFadingIn ? mixFade(m_sideWait, m_side, input, out, n) : mixFade(0, m_side, out, input, n);
                     }
                 }
                 outs[count++] = out;
@@ -411,7 +423,9 @@ void CAudioProcessTerminalBase::process()
         }
     }
     if (n > 0 && (m_sideMode == SideFadingIn || m_sideMode == SideFadingOut)) {
-        m_side.skip(n);
+        const int32_t wait = std::min(m_sideWait, n);
+        m_sideWait -= wait;
+        m_side.skip(n - wait);
         if (!m_side.isRunning())
             m_sideMode = m_sideMode == SideFadingIn ? SideNone : SidePassing;
     }

@@ -45,11 +45,10 @@ public:
     void update() override;
     void process() override;
     void release() override;
-    void flushDiagnostics() override;
     double fadeOutToInput() override;
     void fadeInFromInput() override;
 
-    // A module's slot has no param-alloc row. Any thread; logged by flushDiagnostics.
+    // A module's slot has no param-alloc row. Any thread; told once per slot.
     void noteMissingParam(int32_t index);
 
     // ---- for tests and diagnostics
@@ -88,6 +87,7 @@ private:
     double* mixFade(int32_t wait, CXFadeKernel kernel, double* oldOut, double* newOut, int32_t n);
     void buildOutputTable();
     bool isSmoothLeaf() const;
+    bool fadesOnBypass() const;
     void startSideFade(int32_t mode);
 
     std::vector<std::unique_ptr<CAudioModule>> m_modules;
@@ -96,13 +96,13 @@ private:
     int32_t m_slotCount = 0;
     double m_xfadeSeconds = 0.015;
     // Between the input and the modules (the process coming in or going out of the path):
-    // the fade, and which way it runs.
+    // the fade, the samples it waits for a delaying module, and which way it runs.
     enum SideMode : int32_t { SideNone, SideFadingIn, SideFadingOut, SidePassing };
     CXFadeKernel m_side;
+    int32_t m_sideWait = 0;
     int32_t m_sideMode = SideNone;
     bool m_isFadeInPending = false;
     std::atomic<uint64_t> m_missingParams{0};
-    uint64_t m_loggedParams = 0;
 };
 
 } // namespace qel

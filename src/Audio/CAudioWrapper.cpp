@@ -669,6 +669,13 @@ void CAudioWrapper::stopProcessing()
     m_output->reset();
     // The interface base hears "stop-viz" or "clear-client", and the viz collector is
     // reset, here once they exist.
+    flushDiagnostics();
+}
+
+void CAudioWrapper::flushDiagnostics()
+{
+    if (m_env)
+        m_env->diagnostics().flush();
 }
 
 void CAudioWrapper::applyReconfiguration()

@@ -96,6 +96,9 @@ public:
     int32_t queryLatency();
     // round(tail seconds * rate), half away from zero; 0 without a tail.
     int32_t queryTailSamples() const;
+    // Not the audio thread: writes to the log what the audio thread noticed. The host's
+    // run loop calls it a few times a second; stopping the audio calls it too.
+    void flushDiagnostics();
 
     // ---- audio thread
     // Fixed room, no allocation; false when full.

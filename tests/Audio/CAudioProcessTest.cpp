@@ -218,7 +218,7 @@ TEST_F(ProcessGraph, CycleIsLoggedAndTheRestRuns)
     EXPECT_TRUE(g.composite().hasSequenceError());
     EXPECT_TRUE(log.lines.empty());
     EXPECT_EQ(out[0][150], in[0][150] * 2.0);
-    g.root->flushDiagnostics();
+    m_env->diagnostics().flush();
     EXPECT_EQ(log.lines, std::vector<std::string>{"process seq err // plugin.cycle"});
 }
 
@@ -232,7 +232,7 @@ TEST_F(ProcessGraph, SlotsWithoutRowsAreLoggedOnce)
     // Unbound, the gain reads its fallbacks and passes the signal on.
     const Signal in = tones(1, 64);
     EXPECT_EQ(g.run(in, 64), in);
-    g.root->flushDiagnostics();
+    m_env->diagnostics().flush();
     EXPECT_EQ(log.lines.size(), 3u);
 }
 

@@ -263,6 +263,45 @@ TEST_F(ProductOversampling, ModeChangesWhilePlayingStayWithinTheTone)
     }
 }
 
+// Linear phase turned on and off at 1X while a tone plays brings the 584-sample pad in
+// and takes it out again. Coming in, the tone goes on undelayed until the pad has its
+// first samples, then the two fade over 0.015 s; going out, they fade back. The output
+// never steps further from one sample to the next than the tone itself does (a jump to
+// the empty pad, or from one phase to the other, is a full-scale click).
+TEST_F(ProductOversampling, TheLatencyPadFadesInAndOutWithLinearPhase)
+{
+    constexpr double kRate = 44100.0;
+    constexpr size_t kStretch = 8820;
+    const std::vector<double> tone = cosine(kStretch * 3, 1000.0, kRate, 0.5);
+    const Signal in{tone, tone};
+    auto w = product(kRate);
+    ASSERT_TRUE(w);
+    w->set(kOversampling, 1.0);
+    std::vector<double> out;
+    for (size_t k = 0; k < 3; ++k) {
+        w->set(kLinearPhase, k == 1 ? 1.0 : 0.0);
+        for (size_t at = k * kStretch; at < (k + 1) * kStretch; at += 441) {
+            const Signal block = processOne(*w, m_setup, in, at, 441);
+            out.insert(out.end(), block[0].begin(), block[0].end());
+        }
+        EXPECT_EQ(w->queryLatency(), k == 1 ? 584 : 0);
+    }
+    const auto largestStep = [&](size_t from, size_t to) {
+        double step = 0.0;
+        for (size_t i = from + 1; i < to; ++i)
+            step = std::max(step, std::fabs(out[i] - out[i - 1]));
+        return step;
+    };
+    const double steady = largestStep(kStretch / 2, kStretch);
+    ASSERT_GT(steady, 0.05);
+    // The fade's own slope adds (pi / 2N) of the difference of the two phases at most.
+    EXPECT_LT(largestStep(kStretch, 3 * kStretch), 1.05 * steady);
+    // Until the pad has filled the tone goes on as before (20 cycles back; the 1 Hz
+    // high-pass still settles by a few parts in 10^4).
+    for (size_t i = kStretch; i < kStretch + 584; ++i)
+        ASSERT_NEAR(out[i], out[i - 882], 1e-3) << i;
+}
+
 // 8X at 192 kHz runs everything between the resamplers at 1.536 MHz. Every generator of
 // the product designs there at the ends of its parameters' ranges, and what it designs
 // stays finite and bounded on an impulse and on noise; the product itself sounds there as
@@ -445,6 +484,26 @@ TEST_F(ProductOversampling, AutoRunsTheOctavesTheWrapperAsksFor)
         EXPECT_DOUBLE_EQ(v->child<CAudioProcessBase>("modDLC73")->inputRate(), rate * double(1 << octaves));
         v->setOffline(false);
     }
+}
+
+// Beyond the latency table's last rate the pad cannot pad. The audio thread only notes
+// it; the log hears of it when the wrapper flushes (the host's run loop does so), once
+// for both channels.
+TEST_F(ProductOversampling, ARateBeyondTheTableIsToldWhenTheWrapperFlushes)
+{
+    LogCapture log;
+    auto w = product(800000.0);
+    ASSERT_TRUE(w);
+    w->set(kLinearPhase, 1.0);
+    run(*w, std::vector<double>(4096, 0.0));
+    const std::string line =
+        "Unsupported sample rate 800000.000000 in LatencyUniformer // plugin.modMain.modLatencyUniformer";
+    EXPECT_FALSE(log.has(line));
+    w->flushDiagnostics();
+    EXPECT_EQ(std::count(log.lines.begin(), log.lines.end(), line), 1);
+    run(*w, std::vector<double>(4096, 0.0));
+    w->flushDiagnostics();
+    EXPECT_EQ(std::count(log.lines.begin(), log.lines.end(), line), 1);
 }
 
 } // namespace

@@ -56,11 +56,11 @@ CErrorPtr CModFilterFIR::init()
     return CAudioProcessTerminalBase::init();
 }
 
-void CModFilterFIR::flushDiagnostics()
+void CModFilterFIR::noteCombining() const
 {
-    if (m_isCombiningNoted.exchange(false, std::memory_order_relaxed))
-        CLog::printfObject(m_fullName, "FIR filter combining was not implemented yet!");
-    CAudioProcessTerminalBase::flushDiagnostics();
+    noteDiagnostic([](const CString& name, int32_t, double) {
+        CLog::printfObject(name, "FIR filter combining was not implemented yet!");
+    });
 }
 
 CAudioModule* CModFilterFIR::createModule() { return new (std::nothrow) CModFilterFIRModule(m_layout); }

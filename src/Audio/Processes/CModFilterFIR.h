@@ -22,12 +22,11 @@ class CModFilterFIR : public CAudioProcessTerminalBase
 {
 public:
     CErrorPtr init() override;
-    void flushDiagnostics() override;
 
     const CModFilterFIRModule::CLayout& layout() const { return m_layout; }
     // Any thread: a module was asked for more than one FIR filter, which it cannot
-    // combine. Logged by flushDiagnostics.
-    void noteCombining() { m_isCombiningNoted.store(true, std::memory_order_relaxed); }
+    // combine; told each time it designs so.
+    void noteCombining() const;
 
 protected:
     CAudioModule* createModule() override;
@@ -35,7 +34,6 @@ protected:
 
 private:
     CModFilterFIRModule::CLayout m_layout;
-    std::atomic<bool> m_isCombiningNoted{false};
 };
 
 } // namespace qel

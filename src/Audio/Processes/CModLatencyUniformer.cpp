@@ -12,29 +12,31 @@ CErrorPtr CModLatencyUniformer::init()
     return CAudioProcessTerminal<CModLatencyUniformerModule>::init();
 }
 
+// Each module (one per channel) meets the same rate and latency: told once, and again
+// only when what there is to tell has changed.
 void CModLatencyUniformer::noteUnsupportedRate(double sampleRate)
 {
-    m_notedRate.store(sampleRate, std::memory_order_relaxed);
-    m_isUnsupportedNoted.store(true, std::memory_order_release);
+    if (m_told == Told::Unsupported && m_toldRate == sampleRate)
+        return;
+    m_told = Told::Unsupported;
+    m_toldRate = sampleRate;
+    noteDiagnostic([](const CString& name, int32_t, double rate) {
+        CLog::printfObject(name, "Unsupported sample rate %f in LatencyUniformer", rate);
+    }, 0, sampleRate);
 }
 
 void CModLatencyUniformer::noteTooHighLatency(int32_t latency, double sampleRate)
 {
-    m_notedLatency.store(latency, std::memory_order_relaxed);
-    m_notedTooHighRate.store(sampleRate, std::memory_order_relaxed);
-    m_isTooHighNoted.store(true, std::memory_order_release);
+    if (m_told == Told::TooHigh && m_toldRate == sampleRate && m_toldLatency == latency)
+        return;
+    m_told = Told::TooHigh;
+    m_toldRate = sampleRate;
+    m_toldLatency = latency;
+    noteDiagnostic([](const CString& name, int32_t input, double rate) {
+        CLog::printfObject(name, "Too high latency %i at sample rate %f in LatencyUniformer", int(input), rate);
+    }, latency, sampleRate);
 }
 
-void CModLatencyUniformer::flushDiagnostics()
-{
-    CAudioProcessTerminal<CModLatencyUniformerModule>::flushDiagnostics();
-    if (m_isUnsupportedNoted.exchange(false, std::memory_order_acq_rel))
-        CLog::printfObject(m_fullName, "Unsupported sample rate %f in LatencyUniformer",
-                           m_notedRate.load(std::memory_order_relaxed));
-    if (m_isTooHighNoted.exchange(false, std::memory_order_acq_rel))
-        CLog::printfObject(m_fullName, "Too high latency %i at sample rate %f in LatencyUniformer",
-                           int(m_notedLatency.load(std::memory_order_relaxed)),
-                           m_notedTooHighRate.load(std::memory_order_relaxed));
-}
+void CModLatencyUniformer::noteFits() { m_told = Told::Nothing; }
 
 } // namespace qel

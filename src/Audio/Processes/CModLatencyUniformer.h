@@ -16,12 +16,11 @@ class CLatencyDef;
 // stages change. One module per channel, no parameter slots.
 //
 // What its modules could not do (a rate the table lacks, an input later than the target)
-// is noted on the audio thread and written to the log by flushDiagnostics.
+// is noted for the log on the audio thread.
 class CModLatencyUniformer : public CAudioProcessTerminal<CModLatencyUniformerModule>
 {
 public:
     CErrorPtr init() override;
-    void flushDiagnostics() override;
 
     // Null when the definition is of another class.
     const CLatencyDef* table() const { return m_table; }
@@ -29,14 +28,15 @@ public:
     // Audio thread.
     void noteUnsupportedRate(double sampleRate);
     void noteTooHighLatency(int32_t latency, double sampleRate);
+    void noteFits();
 
 private:
     const CLatencyDef* m_table = nullptr;
-    std::atomic<bool> m_isUnsupportedNoted{false};
-    std::atomic<bool> m_isTooHighNoted{false};
-    std::atomic<double> m_notedRate{0.0};
-    std::atomic<double> m_notedTooHighRate{0.0};
-    std::atomic<int32_t> m_notedLatency{0};
+    // What was last told; the modules' thread only.
+    enum class Told { Nothing, Unsupported, TooHigh };
+    Told m_told = Told::Nothing;
+    double m_toldRate = 0.0;
+    int32_t m_toldLatency = 0;
 };
 
 } // namespace qel

@@ -38,6 +38,8 @@ void CModLatencyUniformerModule::update()
     } else {
         m_delay = row->latency - input;
         m_latency = m_delay;
+        if (process)
+            process->noteFits();
     }
     if (m_line) {
         m_line->setSampleRate(sampleRate());

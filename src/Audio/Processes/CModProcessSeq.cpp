@@ -164,10 +164,4 @@ void CModProcessSeq::detachOutput(CAudioStream* stream) { m_sink->detachOutput(s
 
 void CModProcessSeq::reserveOutputs(int32_t count) { m_sink->reserveOutputs(count); }
 
-void CModProcessSeq::flushDiagnostics()
-{
-    for (const CEntry& e : m_children)
-        e.process->flushDiagnostics();
-}
-
 } // namespace qel

@@ -36,7 +36,6 @@ public:
     void attachOutput(CAudioStream* stream) override;
     void detachOutput(CAudioStream* stream) override;
     void reserveOutputs(int32_t count) override;
-    void flushDiagnostics() override;
 
     // ---- for tests and diagnostics
     int32_t childCount() const { return int32_t(m_children.size()); }

@@ -225,11 +225,4 @@ void CModProcessSwitch::reserveOutputs(int32_t count)
             instance->reserveOutputs(count);
 }
 
-void CModProcessSwitch::flushDiagnostics()
-{
-    for (const auto& chain : m_chains)
-        for (const auto& instance : chain->instances)
-            instance->flushDiagnostics();
-}
-
 } // namespace qel

@@ -36,7 +36,6 @@ public:
     void attachOutput(CAudioStream* stream) override;
     void detachOutput(CAudioStream* stream) override;
     void reserveOutputs(int32_t count) override;
-    void flushDiagnostics() override;
 
     // ---- for tests
     int32_t instanceCount() const { return m_activeCount; }

@@ -112,14 +112,4 @@ void CModResampler::release()
     m_octaveCount = 0;
 }
 
-void CModResampler::flushDiagnostics()
-{
-    for (const COctave& octave : m_octaves) {
-        if (octave.rateChanger)
-            octave.rateChanger->flushDiagnostics();
-        if (octave.filter)
-            octave.filter->flushDiagnostics();
-    }
-}
-
 } // namespace qel

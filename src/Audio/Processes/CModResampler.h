@@ -32,7 +32,6 @@ public:
     CErrorPtr init() override;
     void update() override;
     void release() override;
-    void flushDiagnostics() override;
 
     // ---- for tests
     bool isUpsampler() const { return m_isUpsampler; }

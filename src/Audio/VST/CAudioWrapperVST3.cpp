@@ -142,6 +142,7 @@ void CAudioWrapperVST3::detachHostTimer()
 void CAudioWrapperVST3::onRunLoopTimer()
 {
     flushHostNotifications();
+    flushDiagnostics();
 }
 
 void CAudioWrapperVST3::flushHostNotifications()

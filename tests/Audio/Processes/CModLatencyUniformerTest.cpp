@@ -71,7 +71,7 @@ protected:
     std::vector<std::string> flushed()
     {
         LogCapture log;
-        m_graph->root->flushDiagnostics();
+        m_env->diagnostics().flush();
         return log.lines;
     }
 
