@@ -1,35 +1,12 @@
 // The audio side of the parameter queue: writers on two threads against a draining audio
 // thread, and the promise that draining allocates nothing. Also built with ThreadSanitizer,
-// which brings its own operator new (QEL_TSAN): the counting one stays out of that build.
+// which brings its own allocator: there nothing is counted.
 
 #include "AudioParamTestSupport.h"
+#include "RealTimeCounting.h"
 
 #include <atomic>
-#include <cstdlib>
-#include <new>
 #include <thread>
-
-namespace {
-// Allocations of the thread that counts, while it counts.
-thread_local bool t_counting = false;
-thread_local size_t t_allocations = 0;
-} // namespace
-
-#ifndef QEL_TSAN
-static void* countedAlloc(std::size_t size)
-{
-    t_allocations += t_counting ? 1 : 0;
-    if (void* p = std::malloc(size ? size : 1))
-        return p;
-    throw std::bad_alloc();
-}
-void* operator new(std::size_t size) { return countedAlloc(size); }
-void* operator new[](std::size_t size) { return countedAlloc(size); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-#endif
 
 using namespace qel;
 using namespace qel::test;
@@ -75,12 +52,14 @@ TEST_F(AudioSideTest, ApplyingQueuedFloatChangesAllocatesNothing)
 
         // Round 0 warms up; the queued changes themselves go back to the block allocator.
         CAudioParamQueuedChange* list = m_collector->takePendingChanges();
-        t_allocations = 0;
+        t_news = t_mallocs = 0;
         t_counting = round > 0;
         CAudioParamCollector::applyPendingChanges(list);
         t_counting = false;
         CAudioParamQueuedChange::freeList(list);
-        EXPECT_EQ(t_allocations, 0u);
+#ifdef QEL_COUNTING
+        EXPECT_EQ(t_news + t_mallocs, 0u);
+#endif
         EXPECT_EQ(ps[1]->audioValues().getElementValue(1, 12, 0, -1), round + 1);
         EXPECT_EQ(ps[1]->audioValues().elementCount(2), 16);
         EXPECT_EQ(ps[0]->audioValues().getElementValue(3, 7, 0, -1), round);

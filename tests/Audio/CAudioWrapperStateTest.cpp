@@ -6,6 +6,7 @@
 
 #include "WrapperTestSupport.h"
 
+#include "../Definitions/ProductBankFacts.h"
 #include "AudioParamTestSupport.h"
 
 #include "Audio/CAudioParamInfo.h"
@@ -78,22 +79,6 @@ CAudioPresetBank factoryBank()
     EXPECT_FALSE(error) << errorLine(error);
     return bank;
 }
-
-const char* const kFactoryNames[] = {"Default",         "Smoother Master", "Old School", "EDM Smiley Face",
-                                     "Acoustic Guitar", "Drum Bus",        "Fuller Bass", "Nice Vocals"};
-constexpr int32_t kFullerBass = 6;
-
-// Every stored and persistent parameter the product's master preset holds, in key order.
-const std::vector<std::string> kMasterKeys = {
-    "bypass-enable",           "groupsel",
-    "instance-name",           "io-params.channel-group-solo",
-    "io-params.group-names",   "io-params.grouping",
-    "io-params.in-channel-names", "io-params.in-routing",
-    "io-params.out-routing",   "io-params.show-all-channels",
-    "modDLC73.eq-params.bw",   "modDLC73.eq-params.freq",
-    "modDLC73.eq-params.gain", "modDLC73.eq-params.mode",
-    "modDLC73.eq-params.prevmode", "modDLC73.outgain",
-    "oversampling",            "preset-name"};
 
 class ProductState : public ::testing::Test
 {

@@ -221,12 +221,15 @@ struct Graph
 class GraphFixture : public ::testing::Test
 {
 protected:
-    explicit GraphFixture(const CResourceRow* definitions) : m_definitions(definitions) {}
+    explicit GraphFixture(const CResourceRow* definitions, const char* resourceName = "TestProcessGraphs.xml")
+        : m_definitions(definitions), m_resourceName(resourceName)
+    {
+    }
 
     void SetUp() override
     {
         ASSERT_FALSE(CApplication::startup({kCoreCreatorRows, kAudioCreatorRows, kGraphTestCreatorRows}, m_definitions,
-                                           CString("TestProcessGraphs.xml")));
+                                           CString(m_resourceName)));
         ASSERT_FALSE(CApplication::initRootObject(m_root, CString()));
         CObject* made = nullptr;
         ASSERT_FALSE(m_root->createChild(made, CString("audio:audio-env"), CString("env"), false));
@@ -257,14 +260,16 @@ protected:
         return nullptr;
     }
 
-    // The graph `name` of the definition as plugin.<name>, wired to plugin.modOutput.
-    Graph& build(const char* name, std::vector<int32_t> groups = {0}, double rate = 44100.0)
+    // The graph `name` of the definition as plugin.<name> (or as `fullName`), wired to
+    // plugin.modOutput.
+    Graph& build(const char* name, std::vector<int32_t> groups = {0}, double rate = 44100.0,
+                 const char* rootName = nullptr)
     {
         m_graph = std::make_unique<Graph>();
         Graph& g = *m_graph;
         g.collector = m_collector;
         const std::string defPath = std::string("audio.") + name;
-        const std::string fullName = std::string("plugin.") + name;
+        const std::string fullName = rootName ? std::string(rootName) : std::string("plugin.") + name;
         CErrorPtr error = makeProcess(g.root, defPath.c_str(), fullName.c_str(), g.pool);
         EXPECT_FALSE(error) << (error ? error->text().toUtf8() : std::string());
         error = makeProcess(g.output, "audio.modOutput", "plugin.modOutput", g.pool);
@@ -286,6 +291,7 @@ protected:
     }
 
     const CResourceRow* m_definitions;
+    const char* m_resourceName;
     CObjectPtr m_root;
     CAudioEnv* m_env = nullptr;
     CAudioParamCollector* m_collector = nullptr;

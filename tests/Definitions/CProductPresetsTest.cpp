@@ -2,6 +2,8 @@
 // the plug-in reads them: parsed by hand to their exact end, every entry checked against
 // the parameter it names, and each preset against what its name promises.
 
+#include "ProductBankFacts.h"
+
 #include "Audio/CAudioCreators.h"
 #include "Audio/CAudioParamDef.h"
 #include "Audio/CAudioParamInfo.h"
@@ -25,6 +27,7 @@
 #include <vector>
 
 using namespace qel;
+using namespace qel::test;
 
 namespace {
 
@@ -202,21 +205,6 @@ protected:
         return def ? &def->info() : nullptr;
     }
 };
-
-const char* const kFactoryNames[] = {"Default",         "Smoother Master", "Old School", "EDM Smiley Face",
-                                     "Acoustic Guitar", "Drum Bus",        "Fuller Bass", "Nice Vocals"};
-
-// Every stored or persistent parameter of the master preset, in key order.
-const std::vector<std::string> kMasterKeys = {
-    "bypass-enable",           "groupsel",
-    "instance-name",           "io-params.channel-group-solo",
-    "io-params.group-names",   "io-params.grouping",
-    "io-params.in-channel-names", "io-params.in-routing",
-    "io-params.out-routing",   "io-params.show-all-channels",
-    "modDLC73.eq-params.bw",   "modDLC73.eq-params.freq",
-    "modDLC73.eq-params.gain", "modDLC73.eq-params.mode",
-    "modDLC73.eq-params.prevmode", "modDLC73.outgain",
-    "oversampling",            "preset-name"};
 
 TEST_F(ProductPresets, TheFactoryBankParsesToItsExactEndWithItsEightPresetsInOrder)
 {

@@ -5,23 +5,14 @@
 // instance as it was, or accepted; then what the registry captures must activate again and
 // capture the same.
 
-#include "FuzzCommon.h"
+#include "FuzzProductInstance.h"
 
-#include "Audio/CAudioCreators.h"
 #include "Audio/CAudioParamCollector.h"
 #include "Audio/CAudioParamRegistry.h"
-#include "Audio/CAudioWrapper.h"
-#include "Core/CApplication.h"
-#include "Core/CCoreCreators.h"
-#include "Core/CLog.h"
-#include "Core/CUserFolder.h"
-#include "Definitions/ProductResources.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <string>
 #include <vector>
 
 namespace {
@@ -29,33 +20,13 @@ namespace {
 using namespace qel;
 using namespace qel::fuzz;
 
-class FuzzWrapper : public CAudioWrapper
-{
-public:
-    void onExtParamChanged(int, double) override {}
-    void onProgramChanged() override {}
-    void beginEdit(int32_t) override {}
-    void endEdit(int32_t) override {}
-};
-
 const char* const kRegistryIds[] = {"k27w", "QMIO", "QMUS", "QMGC", "QMEB"};
 
-// One instance for the whole run, with stored settings read from an empty folder of its
-// own rather than the user's.
-struct Instance
+// The product with the registries a run picks from.
+struct Instance : FuzzProductInstance
 {
     Instance()
     {
-        CLog::setFileName(CString());
-        std::string pattern = (std::filesystem::temp_directory_path() / "qel-fuzz-XXXXXX").string();
-        if (!mkdtemp(pattern.data()))
-            std::abort();
-        folder = pattern;
-        CUserFolder::setRoot(CString::fromUtf8(folder + "/"));
-        FUZZ_MUST_SUCCEED(CApplication::startup({kCoreCreatorRows, kAudioCreatorRows}, kProductResourceRows,
-                                                CString("SharedData.xml")));
-        FUZZ_MUST_SUCCEED(wrapper.init());
-        FUZZ_MUST_SUCCEED(wrapper.finishInit());
         std::vector<CAudioParamRegistry*> all;
         wrapper.paramCollector()->getRegistries(all);
         for (const char* id : kRegistryIds) {
@@ -68,14 +39,7 @@ struct Instance
             registries.push_back(found);
         }
     }
-    ~Instance()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
 
-    std::string folder;
-    FuzzWrapper wrapper;
     std::vector<CAudioParamRegistry*> registries;
 };
 
@@ -83,9 +47,7 @@ std::vector<uint8_t> captured(CAudioParamRegistry& registry, int32_t group)
 {
     CWriteSeqBuffer sink;
     FUZZ_MUST_SUCCEED(registry.acquirePreset(false, registry.isMaster() ? -1 : 0, group, sink));
-    CByteArray bytes;
-    FUZZ_MUST_SUCCEED(sink.toArray(bytes));
-    return std::vector<uint8_t>(bytes.data(), bytes.data() + bytes.size());
+    return bytesOf(sink);
 }
 
 // Every stored value of the instance, and what the chosen registry holds in its group.

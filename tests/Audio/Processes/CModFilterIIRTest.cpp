@@ -3,38 +3,9 @@
 
 #include "../Filters/FilterTestSupport.h"
 
+#include "../RealTimeCounting.h"
+
 #include "Audio/Processes/CModFilterIIR.h"
-
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
-// Allocations of this program while a test counts them; the audio thread's work is run
-// between the two switches.
-namespace {
-std::atomic<bool> g_isCounting{false};
-std::atomic<int64_t> g_allocations{0};
-} // namespace
-
-// The sanitizers bring their own operator new (QEL_ASAN, QEL_TSAN): the counting one stays
-// out of those builds, where the test still runs the same blocks.
-#if !defined(QEL_TSAN) && !defined(QEL_ASAN)
-#define QEL_COUNT_ALLOCATIONS 1
-static void* countedAlloc(std::size_t size)
-{
-    if (g_isCounting.load(std::memory_order_relaxed))
-        g_allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size ? size : 1))
-        return p;
-    std::abort();
-}
-void* operator new(std::size_t size) { return countedAlloc(size); }
-void* operator new[](std::size_t size) { return countedAlloc(size); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-#endif
 
 using namespace qel;
 using namespace qel::test;
@@ -339,14 +310,14 @@ TEST_F(FilterIIR, DesigningAndMorphingAllocateNothing)
     const Signal in = sine(700.0, rate, size_t(n));
     for (int i = 0; i < 20; ++i)
         g.block(in, 0, n); // warm: buffers and modules exist, every stage designed
-#ifdef QEL_COUNT_ALLOCATIONS
+#ifdef QEL_COUNTING
     // The counter sees what it should.
-    g_allocations = 0;
-    g_isCounting = true;
+    t_news = 0;
+    t_counting = true;
     auto* probe = new std::vector<double>(4);
-    g_isCounting = false;
+    t_counting = false;
     delete probe;
-    EXPECT_EQ(g_allocations.load(), 2);
+    EXPECT_EQ(t_news, 2u);
 #endif
     [[maybe_unused]] int64_t counted = 0;
     for (int k = 0; k < 40; ++k) {
@@ -355,14 +326,14 @@ TEST_F(FilterIIR, DesigningAndMorphingAllocateNothing)
         set("bands.hi.bw", 1.0 + 0.02 * k);
         g.applyChanges();
         g.feed(in, 0, n);
-        g_allocations = 0;
-        g_isCounting = true;
+        t_news = t_mallocs = 0;
+        t_counting = true;
         g.root->process();
         g.output->process();
-        g_isCounting = false;
-        counted += g_allocations.load();
+        t_counting = false;
+        counted += int64_t(t_news + t_mallocs);
     }
-#ifdef QEL_COUNT_ALLOCATIONS
+#ifdef QEL_COUNTING
     EXPECT_EQ(counted, 0);
 #endif
     EXPECT_GT(module("lo").state(0, 0).biquad.remaining, 0);

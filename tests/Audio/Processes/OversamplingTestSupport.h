@@ -97,21 +97,7 @@ protected:
     // The graph `defName` of the definition as plugin.modMain, wired to plugin.modOutput.
     Graph& buildMain(const char* defName, std::vector<int32_t> groups = {0}, double rate = 44100.0)
     {
-        m_graph = std::make_unique<Graph>();
-        Graph& g = *m_graph;
-        g.collector = m_collector;
-        CErrorPtr error = makeProcess(g.root, (std::string("audio.") + defName).c_str(), "plugin.modMain", g.pool);
-        EXPECT_FALSE(error) << (error ? error->text().toUtf8() : std::string());
-        error = makeProcess(g.output, "audio.modOutput", "plugin.modOutput", g.pool);
-        EXPECT_FALSE(error) << (error ? error->text().toUtf8() : std::string());
-        if (!g.root || !g.output)
-            return g;
-        g.root->attachInput(&g.input, 0);
-        g.link.srcPort = 0;
-        g.root->attachOutput(&g.link);
-        g.output->attachInput(&g.link, 0);
-        g.setFormat(rate, groups);
-        return g;
+        return build(defName, std::move(groups), rate, "plugin.modMain");
     }
 
     void setMain(const char* param, double value) { set((std::string("modMain.") + param).c_str(), value); }

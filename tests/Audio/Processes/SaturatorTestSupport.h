@@ -268,22 +268,7 @@ inline const int32_t kBlockLengths[] = {512, 1, 7, 333, 64, 1000, 2, 128};
 class SaturatorGraphs : public GraphFixture
 {
 protected:
-    SaturatorGraphs() : GraphFixture(kSaturatorGraphDefinitions) {}
-
-    void SetUp() override
-    {
-        ASSERT_FALSE(CApplication::startup({kCoreCreatorRows, kAudioCreatorRows}, m_definitions, CString("SaturatorGraphs.xml")));
-        ASSERT_FALSE(CApplication::initRootObject(m_root, CString()));
-        CObject* made = nullptr;
-        ASSERT_FALSE(m_root->createChild(made, CString("audio:audio-env"), CString("env"), false));
-        m_env = dynamic_cast<CAudioEnv*>(made);
-        CAttrMap attrs;
-        attrs[CString("env")].setString(CString("env"));
-        ASSERT_FALSE(m_root->createChild(made, CString("audio:param-collector"), CString("params"), false, nullptr, &attrs));
-        m_collector = dynamic_cast<CAudioParamCollector*>(made);
-        ASSERT_TRUE(m_env && m_collector);
-        m_env->setParamCollector(m_collector);
-    }
+    SaturatorGraphs() : GraphFixture(kSaturatorGraphDefinitions, "SaturatorGraphs.xml") {}
 
     // A saturator mode and drive on a stage, e.g. "pair.modSatEB".
     void setSat(const std::string& stage, const SatMode& m, double drive, int32_t group = 0)

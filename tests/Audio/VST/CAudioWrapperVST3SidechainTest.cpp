@@ -161,14 +161,7 @@ TEST_F(CAudioWrapperVST3SidechainTest, ASidechainCountsOnlyWhileTheHostSendsSoun
     ProcessContext context = {};
     context.state = ProcessContext::kTempoValid;
     context.tempo = 97.0;
-    ProcessData data;
-    data.processMode = kRealtime;
-    data.symbolicSampleSize = kSample32;
-    data.numSamples = n;
-    data.numInputs = 2;
-    data.numOutputs = 1;
-    data.inputs = inputs;
-    data.outputs = &output;
+    ProcessData data = test::realtimeBlock(inputs, 2, &output, 1, n, kSample32);
     data.processContext = &context;
 
     inputs[1].silenceFlags = 0x3;

@@ -69,13 +69,7 @@ struct HostBlock
         inBus.channelBuffers32 = inPtrs.data();
         outBus.numChannels = channels;
         outBus.channelBuffers32 = outPtrs.data();
-        data.processMode = kRealtime;
-        data.symbolicSampleSize = kSample32;
-        data.numSamples = samples;
-        data.numInputs = 1;
-        data.numOutputs = 1;
-        data.inputs = &inBus;
-        data.outputs = &outBus;
+        data = test::realtimeBlock(&inBus, 1, &outBus, 1, samples, kSample32);
     }
 
     std::vector<std::vector<float>> in;
@@ -529,14 +523,7 @@ TEST_F(CAudioWrapperVST3Test, SixtyFourBitSamplesPassWithoutConversion)
     AudioBusBuffers outBus;
     outBus.numChannels = 2;
     outBus.channelBuffers64 = outPtrs;
-    ProcessData data;
-    data.processMode = kRealtime;
-    data.symbolicSampleSize = kSample64;
-    data.numSamples = n;
-    data.numInputs = 1;
-    data.numOutputs = 1;
-    data.inputs = &inBus;
-    data.outputs = &outBus;
+    ProcessData data = test::realtimeBlock(&inBus, 1, &outBus, 1, n, kSample64);
     // Bypassed, the graph hands its input on as it is, once the switch's fade is over.
     ASSERT_EQ(m_wrapper->setParamNormalized(0, 1.0), kResultTrue);
     for (int call = 0; call < 4; ++call)

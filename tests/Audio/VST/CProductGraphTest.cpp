@@ -339,14 +339,7 @@ protected:
             AudioBusBuffers outBus;
             outBus.numChannels = int32(in.size());
             outBus.channelBuffers64 = outPtrs.data();
-            ProcessData data;
-            data.processMode = kRealtime;
-            data.symbolicSampleSize = kSample64;
-            data.numSamples = n;
-            data.numInputs = 1;
-            data.numOutputs = 1;
-            data.inputs = &inBus;
-            data.outputs = &outBus;
+            ProcessData data = test::realtimeBlock(&inBus, 1, &outBus, 1, n, kSample64);
             data.inputParameterChanges = &list;
             EXPECT_EQ(m_wrapper->process(data), kResultOk);
         }

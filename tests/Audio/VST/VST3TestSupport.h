@@ -8,6 +8,7 @@
 #include "pluginterfaces/base/ibstream.h"
 #include "pluginterfaces/gui/iplugview.h"
 #include "pluginterfaces/vst/ivstattributes.h"
+#include "pluginterfaces/vst/ivstaudioprocessor.h"
 #include "pluginterfaces/vst/ivsteditcontroller.h"
 #include "pluginterfaces/vst/ivstparameterchanges.h"
 #include "pluginterfaces/vst/ivstunits.h"
@@ -23,6 +24,22 @@
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
 namespace qel::test {
+
+// A real-time block over the given buses, as a host hands it in.
+inline Steinberg::Vst::ProcessData realtimeBlock(Steinberg::Vst::AudioBusBuffers* inputs, Steinberg::int32 inputCount,
+                                                 Steinberg::Vst::AudioBusBuffers* outputs, Steinberg::int32 outputCount,
+                                                 Steinberg::int32 samples, Steinberg::int32 sampleSize)
+{
+    Steinberg::Vst::ProcessData data;
+    data.processMode = Steinberg::Vst::kRealtime;
+    data.symbolicSampleSize = sampleSize;
+    data.numSamples = samples;
+    data.numInputs = inputCount;
+    data.numOutputs = outputCount;
+    data.inputs = inputs;
+    data.outputs = outputs;
+    return data;
+}
 
 #define QEL_TEST_REFCOUNT                                              \
     Steinberg::uint32 PLUGIN_API addRef() override { return ++refs; }  \
