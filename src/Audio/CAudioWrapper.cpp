@@ -1,6 +1,7 @@
 #include "Audio/CAudioWrapper.h"
 
 #include "Audio/CAudioCCTable.h"
+#include "Audio/CAudioDefaultRouting.h"
 #include "Audio/CAudioEnv.h"
 #include "Audio/CAudioExtParam.h"
 #include "Audio/CAudioParam.h"
@@ -8,6 +9,8 @@
 #include "Audio/CAudioParamInfo.h"
 #include "Audio/CAudioParamQueuedChange.h"
 #include "Audio/CAudioParamRegistry.h"
+#include "Audio/CAudioParamUndo.h"
+#include "Audio/CAudioParamUndoData.h"
 #include "Audio/CAudioPreset.h"
 #include "Audio/CAudioProcessBase.h"
 #include "Audio/CAudioProcessDefBase.h"
@@ -235,6 +238,10 @@ void CAudioWrapper::takeHostParams()
         m_params.outRouting = c.getParam(mainParamName("io-params.out-routing"));
         if (m_useMidSide)
             m_params.msPairs = c.getParam(mainParamName("io-params.ms-pairs"));
+        const CAudioDefaultRouting::CParams routing{m_params.inChannelNames, m_params.groupNames, m_params.inRouting,
+                                                    m_params.grouping,       m_params.outRouting, m_params.msPairs,
+                                                    m_params.sidechain,      m_params.sidechainMute};
+        m_defaultRouting = std::make_unique<CAudioDefaultRouting>(routing, m_intChannelCount, m_groupCount);
     }
 }
 
@@ -440,20 +447,36 @@ void CAudioWrapper::updateRouting(bool fromHost, const CString& undoLabel1, cons
     CLockGuard guard(m_lock);
     if (fromHost)
         m_hasHostLabels = true;
-    if (!m_useRouting || !m_hasHostLabels)
+    if (!m_defaultRouting || !m_hasHostLabels || !m_defaultRouting->isUntouched())
         return;
-    const CAudioParam* const routing[] = {m_params.inChannelNames, m_params.groupNames, m_params.inRouting,
-                                          m_params.grouping, m_params.outRouting};
-    for (const CAudioParam* param : routing)
-        if (!param || !param->info())
-            return;
-    // The routing parameters are part of the full product definition; the default routing
-    // is built from the host's labels once they exist.
-    (void)undoLabel1;
-    (void)undoLabel2;
+    // One undo step, and one batch for the audio side.
+    CAudioParamUndo* undo = m_registry ? m_registry->undo() : nullptr;
+    CString name = undoLabel1;
+    if (!name.isEmpty() && !undoLabel2.isEmpty())
+        name.append(" ");
+    name.append(undoLabel2);
+    std::unique_ptr<CAudioParamUndoData> entry = undo ? std::make_unique<CAudioParamUndoData>(name) : nullptr;
+    CAudioParamQueuedChange* batch = nullptr;
+    CAudioParamUpdateContext context;
+    context.undo = entry.get();
+    context.batchTail = &batch;
+    m_collector->enterBatch();
+    const bool isChanged = m_defaultRouting->apply(m_mainLabels, m_sidechainLabels, this, context);
+    if (batch)
+        m_collector->postChanges(batch);
+    m_collector->releaseUpdate(true);
+    if (isChanged && entry)
+        undo->submit(std::move(entry));
 }
 
-void CAudioWrapper::updateRouting(CAudioParamUpdateContext&) { updateRouting(false, CString(), CString()); }
+// After a preset was applied: a preset that leaves the routing as the defaults have it gets
+// the host's layout again, within the preset's own undo step and batch.
+void CAudioWrapper::updateRouting(CAudioParamUpdateContext& context)
+{
+    CLockGuard guard(m_lock);
+    if (m_defaultRouting && m_hasHostLabels && m_defaultRouting->isUntouched())
+        m_defaultRouting->apply(m_mainLabels, m_sidechainLabels, this, context);
+}
 
 void CAudioWrapper::importChannelLabels()
 {

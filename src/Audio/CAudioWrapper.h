@@ -22,6 +22,7 @@
 namespace qel {
 
 class CAudioCCTable;
+class CAudioDefaultRouting;
 class CAudioEnv;
 class CAudioExtParamList;
 class CAudioParam;
@@ -283,6 +284,7 @@ private:
     std::unique_ptr<CAudioProcessBase> m_outputProcess;
     CModOutput* m_output = nullptr;
     CHostParams m_params;
+    std::unique_ptr<CAudioDefaultRouting> m_defaultRouting;
     // By parameter, then by (group << 8) | element: the host's index.
     std::map<CAudioParam*, std::map<int32_t, int32_t>> m_editMap;
     std::unique_ptr<CWinSizeParamListener> m_winSizeListener;

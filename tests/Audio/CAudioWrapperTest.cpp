@@ -181,31 +181,6 @@ TEST_F(ProductWrapper, OutputGainAndBypassReachTheSound)
     EXPECT_GT(lo->value, w->ext(3)->getNormalized());
 }
 
-TEST_F(ProductWrapper, StateRoundTripsByteForByte)
-{
-    auto a = startedWrapper();
-    ASSERT_TRUE(a);
-    a->set("plugin.modMain.modDLC73.outgain", 0.5, 0);
-    a->set("plugin.modMain.modDLC73.outgain", 1.5, 3);
-    a->set("plugin.modMain.bypass-enable", 1.0);
-    a->set("plugin.modMain.oversampling", 3.0);
-    a->ext(3)->setNormalized(0.75);
-    const Bytes state = savedState(*a);
-
-    auto b = startedWrapper();
-    ASSERT_TRUE(b);
-    const Bytes fresh = savedState(*b);
-    EXPECT_NE(fresh, state);
-    CErrorPtr error = loadState(*b, state);
-    ASSERT_FALSE(error) << error->text().toUtf8();
-    EXPECT_EQ(savedState(*b), state);
-    EXPECT_DOUBLE_EQ(b->value("plugin.modMain.modDLC73.outgain", 3), 1.5);
-    EXPECT_DOUBLE_EQ(b->value("plugin.modMain.oversampling"), 3.0);
-    EXPECT_DOUBLE_EQ(b->ext(3)->getNormalized(), a->ext(3)->getNormalized());
-    // Global parameters are no part of it.
-    EXPECT_EQ(b->value("plugin.modMain.host-oversampling-mode"), 0.0);
-}
-
 TEST_F(ProductWrapper, OfflineRenderingChoosesOctavesByRate)
 {
     auto w = startedWrapper();

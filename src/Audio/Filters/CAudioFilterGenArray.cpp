@@ -1,10 +1,22 @@
 #include "Audio/Filters/CAudioFilterGenArray.h"
 
 #include "Audio/Filters/CAudioFilterGenArrayItem.h"
+#include "Core/CLog.h"
 
 #include <algorithm>
 
 namespace qel {
+
+const CAudioFilterGenArray* CAudioFilterGenArray::resolve(const CObject& from, const CString& path, const CString& owner)
+{
+    CString relative = path;
+    if (!relative.isEmpty() && relative.at(0) == '/')
+        relative = relative.substring(1);
+    const auto* found = relative.isEmpty() ? nullptr : dynamic_cast<const CAudioFilterGenArray*>(from.findObject(relative));
+    if (!found)
+        CLog::printfObject(owner, "The 'gen-array' '%s' not found.", path.toUtf8().c_str());
+    return found;
+}
 
 CErrorPtr CAudioFilterGenArray::initChilds()
 {

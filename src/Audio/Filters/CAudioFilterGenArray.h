@@ -18,6 +18,11 @@ public:
     static void initClassInfo(CClassInfo& info) { CObject::initClassInfo(info); }
     CErrorPtr initChilds() override;
 
+    // The array a filter process's `gen-array` names, seen from its definition ("/x" and
+    // "shared::x" are absolute); null, with a line in the log for `owner`, when there is
+    // none. Set-up only.
+    static const CAudioFilterGenArray* resolve(const CObject& from, const CString& path, const CString& owner);
+
     // Any thread; allocates nothing.
     const CAudioFilterGen* find(int32_t index) const;
     int32_t itemCount() const { return int32_t(m_table.size()); }

@@ -16,12 +16,7 @@ CErrorPtr CModFilterFIR::init()
     if (const auto* def = dynamic_cast<const CModFilterFIRDef*>(m_def)) {
         m_layout.isWhole = def->isTerminalWhole();
         m_layout.isZeroLatency = def->isZeroLatency();
-        CString path = def->genArrayPath();
-        if (!path.isEmpty() && path.at(0) == '/')
-            path = path.substring(1);
-        m_layout.genArray = path.isEmpty() ? nullptr : dynamic_cast<const CAudioFilterGenArray*>(def->findObject(path));
-        if (!m_layout.genArray)
-            CLog::printfObject(m_fullName, "The 'gen-array' '%s' not found.", def->genArrayPath().toUtf8().c_str());
+        m_layout.genArray = CAudioFilterGenArray::resolve(*def, def->genArrayPath(), m_fullName);
         bool hasPoints = false;
         // The rows in the order of their index, which is the order of the generator's names.
         for (const auto& [index, row] : def->paramAllocs()) {

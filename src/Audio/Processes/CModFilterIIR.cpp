@@ -3,7 +3,6 @@
 #include "Audio/CAudioParamDef.h"
 #include "Audio/Filters/CAudioFilterGenArray.h"
 #include "Audio/Processes/CModFilterIIRDef.h"
-#include "Core/CLog.h"
 
 #include <new>
 
@@ -14,12 +13,7 @@ CErrorPtr CModFilterIIR::init()
     m_layout = CModFilterIIRModule::CLayout();
     if (const auto* def = dynamic_cast<const CModFilterIIRDef*>(m_def)) {
         m_layout.isWhole = def->isTerminalWhole();
-        CString path = def->genArrayPath();
-        if (!path.isEmpty() && path.at(0) == '/')
-            path = path.substring(1);
-        m_layout.genArray = path.isEmpty() ? nullptr : dynamic_cast<const CAudioFilterGenArray*>(def->findObject(path));
-        if (!m_layout.genArray)
-            CLog::printfObject(m_fullName, "The 'gen-array' '%s' not found.", def->genArrayPath().toUtf8().c_str());
+        m_layout.genArray = CAudioFilterGenArray::resolve(*def, def->genArrayPath(), m_fullName);
         for (const auto& [index, row] : def->paramAllocs()) {
             if (index < 0 || index >= CAudioModule::kMaxSlots)
                 continue;

@@ -1,0 +1,146 @@
+// The routing the product takes from the host's channels: the labels become channel
+// names, channels go in and out one to one in the first group, named by the layout; it is
+// one undo step; it follows the host while nothing was routed by hand, and never after.
+
+#include "WrapperTestSupport.h"
+
+#include "Audio/CAudioParamRegistry.h"
+#include "Audio/CAudioParamUndo.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+using namespace qel;
+using namespace qel::test;
+
+namespace {
+
+constexpr const char* kIo = "plugin.modMain.io-params.";
+
+class DefaultRouting : public ::testing::Test
+{
+protected:
+    ScopedApplication m_app{kProductResourceRows, "SharedData.xml"};
+
+    static std::vector<double> list(TestWrapper& w, const char* name)
+    {
+        std::vector<double> out;
+        for (int32_t c = 0; c < 8; ++c)
+            out.push_back(w.value((std::string(kIo) + name).c_str(), 0, c));
+        return out;
+    }
+    static std::vector<std::string> texts(TestWrapper& w, const char* name, int32_t count)
+    {
+        std::vector<std::string> out;
+        for (int32_t i = 0; i < count; ++i)
+            out.push_back(w.param((std::string(kIo) + name).c_str())->getString(0, i).toUtf8());
+        return out;
+    }
+    static void hostGives(TestWrapper& w, const std::vector<const char*>& labels)
+    {
+        std::vector<CString> main;
+        for (const char* l : labels)
+            main.emplace_back(l);
+        w.setInputLabels(main, {});
+        w.updateRouting(true, CString(), CString());
+    }
+};
+
+TEST_F(DefaultRouting, TheHostsLayoutNamesRoutesAndGroupsTheChannels)
+{
+    auto w = startedWrapper();
+    ASSERT_TRUE(w);
+    // Before the host has said anything, a registry's call changes nothing.
+    w->updateRouting(false, CString(), CString());
+    EXPECT_EQ(texts(*w, "group-names", 2), (std::vector<std::string>{"1", "2"}));
+
+    hostGives(*w, {"M"});
+    EXPECT_EQ(texts(*w, "in-channel-names", 1), std::vector<std::string>{"M"});
+    EXPECT_EQ(texts(*w, "group-names", 8),
+              (std::vector<std::string>{"MONO", "G-2", "G-3", "G-4", "G-5", "G-6", "G-7", "G-8"}));
+    EXPECT_EQ(list(*w, "in-routing"), (std::vector<double>{1, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(list(*w, "out-routing"), (std::vector<double>{1, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(list(*w, "grouping"), (std::vector<double>{0, 0, 1, 1, 2, 2, 3, 3}));
+
+    // Its own earlier layout is no hand routing: the host's next layout replaces it.
+    hostGives(*w, {"L", "R"});
+    EXPECT_EQ(texts(*w, "in-channel-names", 2), (std::vector<std::string>{"L", "R"}));
+    EXPECT_EQ(texts(*w, "group-names", 1), std::vector<std::string>{"STEREO"});
+    EXPECT_EQ(list(*w, "in-routing"), (std::vector<double>{1, 2, 0, 0, 0, 0, 0, 0}));
+
+    hostGives(*w, {"L", "R", "C", "LFE", "Ls", "Rs"});
+    EXPECT_EQ(texts(*w, "group-names", 1), std::vector<std::string>{"MULTI"});
+    EXPECT_EQ(list(*w, "in-routing"), (std::vector<double>{1, 2, 3, 4, 5, 6, 0, 0}));
+    EXPECT_EQ(list(*w, "out-routing"), (std::vector<double>{1, 2, 3, 4, 5, 6, 0, 0}));
+    EXPECT_EQ(list(*w, "grouping"), (std::vector<double>{0, 0, 0, 0, 0, 0, 3, 3}));
+    EXPECT_EQ(texts(*w, "in-channel-names", 6), (std::vector<std::string>{"L", "R", "C", "LFE", "Ls", "Rs"}));
+}
+
+TEST_F(DefaultRouting, IsOneUndoStepAndStopsWhereTheUserRouted)
+{
+    auto w = startedWrapper();
+    ASSERT_TRUE(w);
+    CAudioParamUndo* undo = w->paramRegistry()->undo();
+    ASSERT_NE(undo, nullptr);
+    std::vector<CString> history;
+    int32_t position = 0;
+    undo->getHistory(history, position);
+    const size_t before = history.size();
+
+    w->setInputLabels({CString("M")}, {});
+    w->updateRouting(true, CString("Host"), CString("layout"));
+    undo->getHistory(history, position);
+    ASSERT_EQ(history.size(), before + 1);
+    EXPECT_EQ(history.back().toUtf8(), "Host layout");
+    // Undone, every routing parameter is back at once.
+    undo->setHistoryPosition(position - 1);
+    EXPECT_EQ(texts(*w, "group-names", 1), std::vector<std::string>{"1"});
+    EXPECT_EQ(list(*w, "in-routing"), (std::vector<double>{1, 2, 0, 0, 0, 0, 0, 0}));
+    undo->setHistoryPosition(position);
+    EXPECT_EQ(texts(*w, "group-names", 1), std::vector<std::string>{"MONO"});
+    // The same layout again is no new step.
+    w->updateRouting(true, CString("Host"), CString("layout"));
+    undo->getHistory(history, position);
+    EXPECT_EQ(history.size(), before + 1);
+
+    // Routed by hand (a group renamed, a channel moved, a group changed): the host's layouts
+    // leave it alone.
+    using Edit = std::function<void(TestWrapper&)>;
+    const std::pair<const char*, Edit> edits[] = {
+        {"group-names",
+         [](TestWrapper& v) {
+             CAudioParamUpdateContext context;
+             v.param("plugin.modMain.io-params.group-names")->setString(0, 0, CString("Drums"), nullptr, context);
+         }},
+        {"in-routing", [](TestWrapper& v) { v.param("plugin.modMain.io-params.in-routing")->setElementValue(2, 0, 0, nullptr); }},
+        {"grouping", [](TestWrapper& v) { v.param("plugin.modMain.io-params.grouping")->setElementValue(1, 0, 1, nullptr); }},
+    };
+    for (const auto& [what, edit] : edits) {
+        SCOPED_TRACE(what);
+        auto v = startedWrapper();
+        ASSERT_TRUE(v);
+        edit(*v);
+        const std::vector<double> routing = list(*v, "in-routing");
+        const std::vector<double> grouping = list(*v, "grouping");
+        const std::vector<std::string> names = texts(*v, "group-names", 8);
+        hostGives(*v, {"L", "R", "C", "LFE", "Ls", "Rs"});
+        EXPECT_EQ(list(*v, "in-routing"), routing);
+        EXPECT_EQ(list(*v, "grouping"), grouping);
+        EXPECT_EQ(texts(*v, "group-names", 8), names);
+    }
+}
+
+// A program whose preset brings the default routing gets the host's layout back in the
+// same step.
+TEST_F(DefaultRouting, APresetWithTheDefaultRoutingTakesTheHostsLayout)
+{
+    auto w = startedWrapper();
+    ASSERT_TRUE(w);
+    hostGives(*w, {"M"});
+    ASSERT_FALSE(w->loadProgram(6, w.get()));
+    EXPECT_EQ(texts(*w, "group-names", 1), std::vector<std::string>{"MONO"});
+    EXPECT_EQ(list(*w, "in-routing"), (std::vector<double>{1, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+} // namespace
