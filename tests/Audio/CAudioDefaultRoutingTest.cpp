@@ -4,6 +4,9 @@
 
 #include "WrapperTestSupport.h"
 
+#include "AudioParamTestSupport.h"
+
+#include "Audio/CAudioDefaultRouting.h"
 #include "Audio/CAudioParamRegistry.h"
 #include "Audio/CAudioParamUndo.h"
 
@@ -15,6 +18,12 @@ using namespace qel;
 using namespace qel::test;
 
 namespace {
+
+Attrs with(Attrs attrs, const Attrs& more)
+{
+    attrs.insert(attrs.end(), more.begin(), more.end());
+    return attrs;
+}
 
 constexpr const char* kIo = "plugin.modMain.io-params.";
 
@@ -141,6 +150,63 @@ TEST_F(DefaultRouting, APresetWithTheDefaultRoutingTakesTheHostsLayout)
     ASSERT_FALSE(w->loadProgram(6, w.get()));
     EXPECT_EQ(texts(*w, "group-names", 1), std::vector<std::string>{"MONO"});
     EXPECT_EQ(list(*w, "in-routing"), (std::vector<double>{1, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+// With sidechain channels, on parameters of its own (the product has none): the channels
+// behind the main ones are keys, muted and not routed out; a single one keys every main
+// channel. What it wrote stays its own, and a hand-made change ends its say.
+class DefaultRoutingSidechain : public AudioParamFixture
+{
+protected:
+    std::vector<double> list(const char* name)
+    {
+        std::vector<double> out;
+        CAudioParam* p = m_collector->getParam(CString(name));
+        for (int32_t c = 0; c < 8; ++c)
+            out.push_back(p->values().getElementValue(0, c, 0, -1.0));
+        return out;
+    }
+};
+
+TEST_F(DefaultRoutingSidechain, KeysAreMutedAndNotRoutedOut)
+{
+    const Attrs text = {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"}};
+    CAudioDefaultRouting::CParams p;
+    p.inChannelNames = param(CString("names"), with(text, {{"def-values", ",,,,,,,"}}));
+    p.groupNames = param(CString("groups"), with(text, {{"def-values", "1,2,3,4,5,6,7,8"}}));
+    p.inRouting = param(CString("in"), realParam("1,2,0,0,0,0,0,0", "0", "16"));
+    p.grouping = param(CString("grouping"), realParam("0,0,1,1,2,2,3,3", "0", "7"));
+    p.outRouting = param(CString("out"), realParam("1,2,0,0,0,0,0,0", "0", "16"));
+    p.sidechain = param(CString("side"), realParam("0,1,2,3,4,5,6,7", "0", "7"));
+    p.sidechainMute = param(CString("mute"), realParam("0,0,0,0,0,0,0,0", "0", "1"));
+    CAudioDefaultRouting routing(p, 8, 8);
+    ASSERT_TRUE(routing.isUntouched());
+
+    CAudioParamUpdateContext context;
+    EXPECT_TRUE(routing.apply({CString("L"), CString("R")}, {CString("SL"), CString("SR")}, nullptr, context));
+    EXPECT_EQ(list("in"), (std::vector<double>{1, 2, 3, 4, 0, 0, 0, 0}));
+    EXPECT_EQ(list("out"), (std::vector<double>{1, 2, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(list("grouping"), (std::vector<double>{0, 0, 0, 0, 2, 2, 3, 3}));
+    EXPECT_EQ(list("side"), (std::vector<double>{0, 1, 2, 3, 4, 5, 6, 7}));
+    EXPECT_EQ(list("mute"), (std::vector<double>{0, 0, 1, 1, 0, 0, 0, 0}));
+    EXPECT_EQ(p.inChannelNames->getString(0, 3).toUtf8(), "SR");
+    EXPECT_TRUE(routing.isUntouched());
+    EXPECT_FALSE(routing.apply({CString("L"), CString("R")}, {CString("SL"), CString("SR")}, nullptr, context));
+
+    EXPECT_TRUE(routing.apply({CString("L"), CString("R")}, {CString("S")}, nullptr, context));
+    EXPECT_EQ(list("side"), (std::vector<double>{2, 2, 2, 3, 4, 5, 6, 7}));
+    EXPECT_EQ(list("mute"), (std::vector<double>{0, 0, 1, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(list("out"), (std::vector<double>{1, 2, 0, 0, 0, 0, 0, 0}));
+    EXPECT_TRUE(routing.isUntouched());
+
+    // A channel muted by hand is the user's routing.
+    p.sidechainMute->setElementValue(1.0, 0, 5, nullptr);
+    EXPECT_FALSE(routing.isUntouched());
+    // So is a routing that leaves a gap.
+    p.sidechainMute->setElementValue(0.0, 0, 5, nullptr);
+    ASSERT_TRUE(routing.isUntouched());
+    p.inRouting->setElementValue(5.0, 0, 1, nullptr);
+    EXPECT_FALSE(routing.isUntouched());
 }
 
 } // namespace

@@ -26,6 +26,22 @@ Attrs with(Attrs attrs, const Attrs& more)
 const Attrs kStored = {{"is-storable", "true"}};
 const Attrs kPersistent = {{"is-persistent", "true"}};
 
+// A string parameter of one text per element.
+Attrs textParam(const char* defValues, const Attrs& more = {})
+{
+    return with({{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"}, {"def-values", defValues}}, more);
+}
+
+CPresetEntry entryOf(const Bytes& blob)
+{
+    return CPresetEntry(CByteArray(blob.data(), blob.size()));
+}
+
+Bytes blobOf(const CPresetEntry& entry)
+{
+    return Bytes(entry.blob.data(), entry.blob.data() + entry.blob.size());
+}
+
 class RegistryTest : public AudioParamFixture
 {
 protected:
@@ -84,11 +100,19 @@ protected:
     void masterParams()
     {
         gain = live("gain", with(realParam("1,2,3", "-10", "10"), kStored));
-        name = live("preset-name", with({{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
-                                         {"def-values", "Default"}},
-                                        kStored));
+        name = live("preset-name", textParam("Default", kStored));
         keep = live("keep", with(realParam("5"), kPersistent));
         scratch = live("scratch", realParam("7"));
+    }
+
+    // The master on its usual parameters, started.
+    CAudioParamRegistry* startedMaster(const Attrs& more = {})
+    {
+        masterParams();
+        CAudioParamRegistry* r = master(more);
+        EXPECT_TRUE(r);
+        m_collector->start();
+        return r;
     }
 
     // A factory bank file of presets that set gain's group 0 to {k, k, k} and name them.
@@ -160,12 +184,10 @@ TEST_F(RegistryTest, AnEntryIsTheDefinitionNameAndTheStoredValues)
     EXPECT_EQ(valueOf(*bypass), 0.0);
 
     // A string entry: the item table, then the list of ids.
-    CAudioParam* title = live("title", {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
-                                        {"def-values", "Default"}, {"is-storable", "true"}});
+    CAudioParam* title = live("title", textParam("Default", kStored));
     CPresetEntry entry;
     ASSERT_FALSE(title->save(entry, -1));
-    EXPECT_EQ(Bytes(entry.blob.data(), entry.blob.data() + entry.blob.size()),
-              stringBlob("audio.mod.title", {"Default"}));
+    EXPECT_EQ(blobOf(entry), stringBlob("audio.mod.title", {"Default"}));
 }
 
 TEST_F(RegistryTest, TrailingEmptyGroupsAreNotSavedSoEqualStatesGiveEqualBytes)
@@ -174,19 +196,18 @@ TEST_F(RegistryTest, TrailingEmptyGroupsAreNotSavedSoEqualStatesGiveEqualBytes)
     p->setValue(4.0, 3, nullptr);
     CPresetEntry before;
     ASSERT_FALSE(p->save(before, -1));
-    EXPECT_EQ(Bytes(before.blob.data(), before.blob.data() + before.blob.size()),
-              floatBlob("audio.mod.gain", {{1.0}, {}, {}, {4.0}}));
+    EXPECT_EQ(blobOf(before), floatBlob("audio.mod.gain", {{1.0}, {}, {}, {4.0}}));
     // Group 3 back to nothing: the entry is that of a parameter never written there.
     CAudioParamUpdateContext context;
     p->reset(-1, -1, true, context);
     CPresetEntry after;
     ASSERT_FALSE(p->save(after, -1));
-    EXPECT_EQ(Bytes(after.blob.data(), after.blob.data() + after.blob.size()), floatBlob("audio.mod.gain", {{1.0}}));
+    EXPECT_EQ(blobOf(after), floatBlob("audio.mod.gain", {{1.0}}));
     // One group alone is saved as a group count of one.
     CPresetEntry one;
     p->setValue(6.0, 2, nullptr);
     ASSERT_FALSE(p->save(one, 2));
-    EXPECT_EQ(Bytes(one.blob.data(), one.blob.data() + one.blob.size()), floatBlob("audio.mod.gain", {{6.0}}));
+    EXPECT_EQ(blobOf(one), floatBlob("audio.mod.gain", {{6.0}}));
 }
 
 TEST_F(RegistryTest, LoadingAllGroupsCutsTheGroupsTheEntryLacksOnBothSides)
@@ -195,11 +216,8 @@ TEST_F(RegistryTest, LoadingAllGroupsCutsTheGroupsTheEntryLacksOnBothSides)
     for (int32_t g = 0; g < 8; ++g)
         p->setValue(10.0 + g, g, nullptr);
     drain();
-    CPresetEntry entry;
-    const Bytes blob = floatBlob("audio.other.gain", {{42.0, 43.0}});
-    entry.blob = CByteArray(blob.data(), blob.size());
     CAudioParamUpdateContext context;
-    ASSERT_FALSE(p->load(entry, false, context, -1, -1, true));
+    ASSERT_FALSE(p->load(entryOf(floatBlob("audio.other.gain", {{42.0, 43.0}})), false, context, -1, -1, true));
     drain();
     EXPECT_EQ(listOf(*p, 0), (std::vector<double>{42.0, 43.0}));
     for (int32_t g = 1; g < 8; ++g) {
@@ -228,8 +246,7 @@ TEST_F(RegistryTest, ADamagedEntryChangesNothing)
     bad.push_back(floatBlob("audio.mod.gain", std::vector<std::vector<double>>(9, {1.0})));
     bad.push_back(floatBlob("audio.mod.gain", {std::vector<double>(17, 1.0)}));
     for (const Bytes& blob : bad) {
-        CPresetEntry entry;
-        entry.blob = CByteArray(blob.data(), blob.size());
+        const CPresetEntry entry = entryOf(blob);
         CAudioParamUpdateContext context;
         for (int32_t group : {-1, 0, 3}) {
             EXPECT_TRUE(p->load(entry, false, context, group, -1, true)) << blob.size();
@@ -239,20 +256,15 @@ TEST_F(RegistryTest, ADamagedEntryChangesNothing)
         EXPECT_EQ(p->values().groupCount(), 1);
     }
     // Out of range is brought into it.
-    CPresetEntry wide;
-    const Bytes blob = floatBlob("audio.mod.gain", {{-5.0, 500.0}});
-    wide.blob = CByteArray(blob.data(), blob.size());
     CAudioParamUpdateContext context;
-    ASSERT_FALSE(p->load(wide, false, context, -1, -1, true));
+    ASSERT_FALSE(p->load(entryOf(floatBlob("audio.mod.gain", {{-5.0, 500.0}})), false, context, -1, -1, true));
     EXPECT_EQ(listOf(*p, 0), (std::vector<double>{0.0, 100.0}));
 }
 
 TEST_F(RegistryTest, ElementLoadsAndResetsReachTheirElementOnly)
 {
     CAudioParam* p = live("band", with(realParam("1,2,3", "0", "100"), kStored));
-    CPresetEntry entry;
-    const Bytes blob = floatBlob("audio.mod.band", {{7.0, 8.0}});
-    entry.blob = CByteArray(blob.data(), blob.size());
+    const CPresetEntry entry = entryOf(floatBlob("audio.mod.band", {{7.0, 8.0}}));
     CAudioParamUpdateContext context;
     // The entry's first element goes to element 1 of group 2; the gap before it takes
     // the default.
@@ -268,10 +280,7 @@ TEST_F(RegistryTest, ElementLoadsAndResetsReachTheirElementOnly)
     EXPECT_EQ(listOf(*p, 2), (std::vector<double>{1.0, 2.0, 3.0}));
     // An empty entry for a group resets it.
     p->setValue(50.0, 2, nullptr);
-    CPresetEntry empty;
-    const Bytes none = floatBlob("audio.mod.band", {{}});
-    empty.blob = CByteArray(none.data(), none.size());
-    ASSERT_FALSE(p->load(empty, false, context, 2, -1, true));
+    ASSERT_FALSE(p->load(entryOf(floatBlob("audio.mod.band", {{}})), false, context, 2, -1, true));
     EXPECT_EQ(listOf(*p, 2), (std::vector<double>{1.0, 2.0, 3.0}));
     // The defaults group takes one element at its end only where it ends.
     ASSERT_FALSE(p->load(entry, false, context, kParamDefaultsGroup, 3, true));
@@ -356,26 +365,9 @@ TEST_F(RegistryTest, AStoredDefaultPresetReplacesTheFirstOne)
     EXPECT_EQ(name->getString(0, 0).toUtf8(), "Default");
 }
 
-TEST_F(RegistryTest, AnotherFamilysPresetIsRefusedAndChangesNothing)
+TEST_F(RegistryTest, ForeignGarbageAndTruncatedPresetsAreRefusedAndChangeNothing)
 {
-    masterParams();
-    CAudioParamRegistry* r = master();
-    m_collector->start();
-    gain->setValue(3.0, 1, nullptr);
-    const Bytes before = acquired(*r);
-    const Bytes routing = presetStream("QMIO:Stereo", {{"gain", floatBlob("audio.mod.gain", {{9.0}})}});
-    EXPECT_EQ(firstLine(activate(*r, routing)), "Incompatible preset.");
-    const Bytes unnamed = presetStream("Stereo", {{"gain", floatBlob("audio.mod.gain", {{9.0}})}});
-    EXPECT_EQ(firstLine(activate(*r, unnamed)), "Incompatible preset.");
-    EXPECT_EQ(acquired(*r), before);
-    EXPECT_TRUE(history().empty());
-}
-
-TEST_F(RegistryTest, GarbageAndTruncatedPresetsChangeNothing)
-{
-    masterParams();
-    CAudioParamRegistry* r = master();
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster();
     gain->setValue(3.0, 1, nullptr);
     keep->setValue(8.0, 0, nullptr);
     UpdateCounter updates;
@@ -388,8 +380,13 @@ TEST_F(RegistryTest, GarbageAndTruncatedPresetsChangeNothing)
         const Bytes cut(good.begin(), good.begin() + long(n));
         EXPECT_TRUE(activate(*r, cut, true)) << n;
     }
+    // Another family's preset, or one without a family.
+    for (const char* foreign : {"QMIO:Stereo", "Stereo"})
+        EXPECT_EQ(firstLine(activate(*r, presetStream(foreign, {{"gain", floatBlob("audio.mod.gain", {{9.0}})}}))),
+                  "Incompatible preset.");
     EXPECT_EQ(acquired(*r), before);
     EXPECT_EQ(updates.count, 0);
+    EXPECT_TRUE(history().empty());
     // Every byte flipped in turn: refused, or else a preset of this family that loads.
     for (size_t at = 0; at < good.size(); ++at) {
         Bytes damaged = good;
@@ -412,9 +409,7 @@ TEST_F(RegistryTest, GarbageAndTruncatedPresetsChangeNothing)
 
 TEST_F(RegistryTest, ActivationAppliesKeysAndResetsWhatThePresetLacks)
 {
-    masterParams();
-    CAudioParamRegistry* r = master();
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster();
     gain->setValue(3.0, 1, nullptr);
     keep->setValue(8.0, 0, nullptr);
     scratch->setValue(9.0, 0, nullptr);
@@ -519,9 +514,7 @@ TEST_F(RegistryTest, SavingAGroupAndLoadingItIntoAnotherMovesItsSettings)
 
 TEST_F(RegistryTest, SaveLoadIntoAFreshInstanceAndSaveAgainGivesTheSameBytes)
 {
-    masterParams();
-    CAudioParamRegistry* r = master();
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster();
     gain->setValue(1.0 / 3.0, 4, nullptr);
     gain->setValue(-0.1, 0, nullptr);
     keep->setValue(7.25, 0, nullptr);
@@ -556,9 +549,7 @@ TEST_F(RegistryTest, SaveLoadIntoAFreshInstanceAndSaveAgainGivesTheSameBytes)
 
 TEST_F(RegistryTest, ProgramsKeepTheirValuesHistoriesAndPersistentParameters)
 {
-    masterParams();
-    CAudioParamRegistry* r = master({{"file", bankFile(3).c_str()}});
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster({{"file", bankFile(3).c_str()}});
     UpdateCounter updates;
     updates.setNotifier(r, CAudioParamRegistry::kUpdateKey);
     edit(gain, 4.0, 0, 1, "first edit");
@@ -600,9 +591,7 @@ TEST_F(RegistryTest, ProgramsKeepTheirValuesHistoriesAndPersistentParameters)
 
 TEST_F(RegistryTest, TheBankCarriesPersistentValuesIntoEveryProgram)
 {
-    masterParams();
-    CAudioParamRegistry* r = master({{"file", bankFile(3).c_str()}});
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster({{"file", bankFile(3).c_str()}});
     keep->setValue(12.5, 0, nullptr);
     gain->setValue(9.0, 0, nullptr);
     CWriteSeqBuffer sink;
@@ -631,9 +620,7 @@ TEST_F(RegistryTest, TheBankCarriesPersistentValuesIntoEveryProgram)
 
 TEST_F(RegistryTest, FactoryPresetsRenamingAndTheMasterReset)
 {
-    masterParams();
-    CAudioParamRegistry* r = master({{"file", bankFile(3).c_str()}});
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster({{"file", bankFile(3).c_str()}});
     keep->setValue(60.0, 0, nullptr);
     r->activateFactoryPreset(1);
     EXPECT_EQ(listOf(*gain, 0), (std::vector<double>{1.0, 1.0, 1.0}));
@@ -659,11 +646,9 @@ TEST_F(RegistryTest, FactoryPresetsRenamingAndTheMasterReset)
     EXPECT_EQ(name->getString(0, 0).toUtf8(), "Mine");
 }
 
-TEST_F(RegistryTest, ANameWrittenFromElsewhereRenamesTheCurrentProgram)
+TEST_F(RegistryTest, ANameWrittenFromElsewhereRenamesTheCurrentProgramEvenWhileTheBankIsBusy)
 {
-    masterParams();
-    CAudioParamRegistry* r = master({{"file", bankFile(2).c_str()}});
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster({{"file", bankFile(2).c_str()}});
     UpdateCounter updates;
     updates.setNotifier(r, CAudioParamRegistry::kUpdateKey);
     CAudioParamUpdateContext context;
@@ -674,13 +659,8 @@ TEST_F(RegistryTest, ANameWrittenFromElsewhereRenamesTheCurrentProgram)
     name->setString(1, 0, CString("Group one"), nullptr, context);
     EXPECT_EQ(r->getPresetName(0).toUtf8(), "TEST:Typed");
     updates.setNotifier(nullptr, 0);
-}
 
-TEST_F(RegistryTest, ANameWrittenWhileTheBankIsBusyArrivesWithTheNextBankCall)
-{
-    masterParams();
-    CAudioParamRegistry* r = master({{"file", bankFile(2).c_str()}});
-    m_collector->start();
+    // A name written while the bank is busy arrives with the next bank call.
     std::atomic<int> stage{0};
     // Another thread holds the bank, as a program switch from the host would.
     std::thread busy([&] {
@@ -692,7 +672,6 @@ TEST_F(RegistryTest, ANameWrittenWhileTheBankIsBusyArrivesWithTheNextBankCall)
     while (stage.load() != 1)
         std::this_thread::yield();
     // Writing the name must not wait for the bank (the writer holds the parameter's lock).
-    CAudioParamUpdateContext context;
     name->setString(0, 0, CString("While busy"), nullptr, context);
     stage = 2;
     busy.join();
@@ -702,9 +681,7 @@ TEST_F(RegistryTest, ANameWrittenWhileTheBankIsBusyArrivesWithTheNextBankCall)
 
 TEST_F(RegistryTest, DefaultsFromAPresetAreWhatResetRestores)
 {
-    masterParams();
-    CAudioParamRegistry* r = master();
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster();
     const Bytes stream = presetStream("TEST:Defaults", {{"gain", floatBlob("audio.mod.gain", {{8.0, 9.0}})}});
     CMemoryReader in(stream.data(), stream.size());
     ASSERT_FALSE(r->setDefaultPreset(in));
@@ -721,9 +698,7 @@ TEST_F(RegistryTest, DefaultsFromAPresetAreWhatResetRestores)
 
 TEST_F(RegistryTest, ExchangingTwiceGivesTheFirstStateAndHistoryBack)
 {
-    masterParams();
-    CAudioParamRegistry* r = master();
-    m_collector->start();
+    CAudioParamRegistry* r = startedMaster();
     edit(gain, 1.0 / 3.0, 0, 0, "A edit");
     // Before any update the shadow is the present state: nothing audible changes.
     const Bytes a = acquired(*r);
@@ -779,8 +754,7 @@ protected:
         CAppData::local().writeData(CString("test-modes"), bytes, nullptr, CAppData::kTagList);
         CAppData::resetForTests();
         curve = live("modes.curve", with(realParam("0", "0", "100"), kStored));
-        modeName = live("modes.mode-name", {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
-                                            {"def-values", "Default"}, {"is-storable", "true"}});
+        modeName = live("modes.mode-name", textParam("Default", kStored));
         enumerated = registry("modes", {{"hierarchy", "plugin.mod.modes"},
                                         {"id", "TMOD"},
                                         {"is-enumerated", "true"},
@@ -804,7 +778,7 @@ protected:
     CAudioParamRegistry* masterRegistry = nullptr;
 };
 
-TEST_F(EnumeratedRegistryTest, TheShownModeSoundsFromTheStart)
+TEST_F(EnumeratedRegistryTest, TheShownModeSoundsFromTheStartAndASelectorLoadsItsModeIntoItsGroupOnly)
 {
     makeModes("2", false);
     EXPECT_EQ(enumerated->copyEnumBank().presetCount(), 3);
@@ -816,11 +790,7 @@ TEST_F(EnumeratedRegistryTest, TheShownModeSoundsFromTheStart)
     EXPECT_EQ(curve->audioValues().getElementValue(5, 0, 0, 0.0), 21.0);
     // The master doesn't store what the modes load.
     EXPECT_EQ(presetOf(acquired(*masterRegistry)).findEntry(CString("modes.curve")), nullptr);
-}
 
-TEST_F(EnumeratedRegistryTest, ASelectorLoadsItsModeIntoItsGroupOnly)
-{
-    makeModes("2", false);
     selector->setValue(1.0, 3, nullptr);
     EXPECT_EQ(valueOf(*curve, 3), 11.0);
     EXPECT_EQ(modeName->getString(3, 0).toUtf8(), "Mode 1");
@@ -862,8 +832,7 @@ TEST_F(RegistryTest, AHandEditShowsUserInTheColourSetsName)
 {
     CAudioParam* palette = live("colors.palette", with(realParam("0"), kStored));
     CAudioParam* hue = live("colors.hue", with(realParam("0"), kPersistent));
-    CAudioParam* shown = live("colors.mode-name", {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
-                                                  {"def-values", "Gray"}, {"is-storable", "true"}});
+    CAudioParam* shown = live("colors.mode-name", textParam("Gray", kStored));
     CAudioParamRegistry* r = registry("colors", {{"hierarchy", "plugin.mod.colors"}, {"id", "TCOL"},
                                                  {"preset-name-param", "plugin.mod.colors.mode-name"}});
     ASSERT_TRUE(r);

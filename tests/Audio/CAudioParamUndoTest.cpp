@@ -1,7 +1,7 @@
-// The undo history: recording on the path of a change, limits, merging of drags, the redo
-// tail, string parameters, parked and copied histories, and a long random walk through
-// the history checked against states noted by the test after every edit, on both the
-// values and the audio thread's copy.
+// The undo history: recording on the path of a change, limits, merging of drags, string
+// parameters, parked and copied histories, and a long random walk through the history
+// checked against states noted by the test after every edit, on both the values and the
+// audio thread's copy. Plain undo, redo and the cut of the redo tail are the walk's.
 
 #include "AudioParamTestSupport.h"
 
@@ -43,6 +43,11 @@ struct GroupState
 
 using ParamState = std::vector<GroupState>; // groups 0 to 7
 
+std::string numbered(const char* prefix, int number)
+{
+    return CString(prefix).append(CString::number(number)).toUtf8();
+}
+
 ParamState stateOf(const CAudioParamStorage& storage)
 {
     ParamState state(8);
@@ -78,23 +83,30 @@ protected:
     }
 
     // A storable float parameter.
-    CAudioParam* stored(const char* name, const char* defValues, bool singleGroup = false)
+    CAudioParam* stored(const std::string& name, const char* defValues, bool singleGroup = false)
     {
         Attrs attrs = realParam(defValues, "-1000", "1000");
         attrs.push_back({"is-storable", "true"});
         if (singleGroup)
             attrs.push_back({"is-single-group", "true"});
-        return param(CString(name), attrs);
+        return param(CString::fromUtf8(name), attrs);
     }
 
-    // Writes `values` from `first` on, into the entry.
+    // A storable string parameter of one text per element.
+    CAudioParam* storedText(const char* name, const char* defValues)
+    {
+        return param(CString(name), {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
+                                     {"is-storable", "true"}, {"def-values", defValues}});
+    }
+
+    // Writes `values` (whole elements) from `first` on, into the entry.
     static void write(CAudioParam* p, CAudioParamUndoData* entry, int32_t group, int32_t first,
                       std::vector<double> values, bool isListEnd = false)
     {
         CAudioParamChange c;
         {
             CLockGuard guard(p->lock());
-            c = p->values().makeChange(group, first, int32_t(values.size()), isListEnd);
+            c = p->values().makeChange(group, first, int32_t(values.size()) / p->values().elementSize(), isListEnd);
         }
         c.values = values.data();
         CAudioParamUpdateContext context;
@@ -102,17 +114,28 @@ protected:
         p->change(c, context);
     }
 
-    static std::unique_ptr<CAudioParamUndoData> action(const char* name, bool mergeable = false, int32_t tag = -1)
+    static std::unique_ptr<CAudioParamUndoData> action(const std::string& name, bool mergeable = false, int32_t tag = -1)
     {
-        return std::make_unique<CAudioParamUndoData>(CString(name), mergeable, tag);
+        return std::make_unique<CAudioParamUndoData>(CString::fromUtf8(name), mergeable, tag);
     }
 
     // One action setting element 0 of the group to `value`.
-    void edit(CAudioParamUndo* u, CAudioParam* p, double value, const char* name = "edit", int32_t group = 0,
+    void edit(CAudioParamUndo* u, CAudioParam* p, double value, const std::string& name = "edit", int32_t group = 0,
               bool mergeable = false, int32_t tag = -1)
     {
         auto entry = action(name, mergeable, tag);
         write(p, entry.get(), group, 0, {value});
+        u->submit(std::move(entry));
+    }
+
+    // One action setting one text of group 0.
+    void type(CAudioParamUndo* u, CAudioParam* p, int32_t element, const char* text, bool mergeable = false,
+              int32_t tag = -1)
+    {
+        auto entry = action("text", mergeable, tag);
+        CAudioParamUpdateContext context;
+        context.undo = entry.get();
+        p->setString(0, element, CString(text), nullptr, context);
         u->submit(std::move(entry));
     }
 
@@ -136,42 +159,33 @@ protected:
     }
 };
 
-TEST_F(ParamUndo, KeepsTheNewestActionsUpToItsLimit)
-{
-    CCountingUndo* u = undo("32");
-    ASSERT_TRUE(u);
-    EXPECT_EQ(u->maxEntries(), 32);
-    CAudioParam* p = stored("a", "0");
-    for (int i = 1; i <= 33; ++i)
-        edit(u, p, i, CString("step ").append(CString::number(i)).toUtf8().c_str());
-    int32_t position = -1;
-    const auto list = names(u, &position);
-    ASSERT_EQ(list.size(), 33u);
-    EXPECT_EQ(list[0], "Undo history start");
-    EXPECT_EQ(list[1], "step 2"); // the first action went
-    EXPECT_EQ(list[32], "step 33");
-    EXPECT_EQ(position, 32);
-    EXPECT_EQ(u->notifications, 33);
-
-    // All the way back ends at the state before step 2, not before step 1.
-    u->setHistoryPosition(0);
-    EXPECT_EQ(value(p), 1.0);
-    u->setHistoryPosition(32);
-    EXPECT_EQ(value(p), 33.0);
-}
-
-TEST_F(ParamUndo, TakesSmallLimitsAsFour)
+TEST_F(ParamUndo, KeepsTheNewestActionsUpToItsLimitAndTakesSmallLimitsAsFour)
 {
     const std::vector<std::pair<const char*, int32_t>> cases = {{"3", 4}, {"4", 4}, {"5", 5}, {"0", 4}, {"-7", 4},
-                                                                 {nullptr, 4}, {"100", 100}};
-    CAudioParam* p = stored("a", "0");
-    for (const auto& [text, limit] : cases) {
+                                                                 {nullptr, 4}, {"32", 32}, {"100", 100}};
+    for (size_t c = 0; c < cases.size(); ++c) {
+        const auto& [text, limit] = cases[c];
+        SCOPED_TRACE(text ? text : "(none)");
         CCountingUndo* u = undo(text);
         ASSERT_TRUE(u);
-        EXPECT_EQ(u->maxEntries(), limit) << (text ? text : "(none)");
-        for (int i = 0; i < 10; ++i)
-            edit(u, p, i);
-        EXPECT_EQ(names(u).size(), size_t(std::min(limit, 10) + 1)) << (text ? text : "(none)");
+        EXPECT_EQ(u->maxEntries(), limit);
+        CAudioParam* p = stored(numbered("p", int(c)), "0");
+        for (int i = 1; i <= limit + 1; ++i)
+            edit(u, p, i, numbered("step ", i));
+        int32_t position = -1;
+        const auto list = names(u, &position);
+        ASSERT_EQ(list.size(), size_t(limit) + 1);
+        EXPECT_EQ(list[0], "Undo history start");
+        EXPECT_EQ(list[1], "step 2"); // the first action went
+        EXPECT_EQ(list.back(), numbered("step ", limit + 1));
+        EXPECT_EQ(position, limit);
+        EXPECT_EQ(u->notifications, limit + 1);
+
+        // All the way back ends at the state before step 2, not before step 1.
+        u->setHistoryPosition(0);
+        EXPECT_EQ(value(p), 1.0);
+        u->setHistoryPosition(limit);
+        EXPECT_EQ(value(p), double(limit + 1));
     }
 }
 
@@ -182,151 +196,94 @@ TEST_F(ParamUndo, RefusesAMissingCollector)
     EXPECT_EQ(initError("audio:interface-base", {{"undo-count-max", "32"}, {"param-collector", "params"}}), "");
 }
 
-TEST_F(ParamUndo, HasAnEmptyListBeforeTheFirstAction)
-{
-    CCountingUndo* u = undo("32");
-    int32_t position = -1;
-    EXPECT_EQ(names(u, &position), std::vector<std::string>{"Undo history start"});
-    EXPECT_EQ(position, 0);
-    // Without a history a position is no request.
-    u->setHistoryPosition(0);
-    u->setHistoryPosition(1);
-    EXPECT_EQ(u->notifications, 0);
-}
-
-TEST_F(ParamUndo, UndoesAndRedoesStepByStep)
+TEST_F(ParamUndo, TakesAPositionWithoutAnEntryAsNoRequest)
 {
     CCountingUndo* u = undo("32");
     CAudioParam* p = stored("a", "7");
+    int32_t position = -1;
+    EXPECT_EQ(names(u, &position), std::vector<std::string>{"Undo history start"});
+    EXPECT_EQ(position, 0);
+    // Without a history not even position 0 is one.
+    u->setHistoryPosition(0);
+    u->setHistoryPosition(1);
+    EXPECT_EQ(u->notifications, 0);
+
     edit(u, p, 1.0, "one");
     edit(u, p, 2.0, "two");
-    edit(u, p, 3.0, "three");
-
     u->setHistoryPosition(1);
-    EXPECT_EQ(value(p), 1.0);
-    int32_t position = -1;
-    EXPECT_EQ(names(u, &position).size(), 4u);
-    EXPECT_EQ(position, 1);
-    u->setHistoryPosition(0);
-    EXPECT_EQ(value(p), 7.0);
-    u->setHistoryPosition(3);
-    EXPECT_EQ(value(p), 3.0);
-    u->setHistoryPosition(2);
-    EXPECT_EQ(value(p), 2.0);
-
-    // Out of range is no request.
     const int before = u->notifications;
     u->setHistoryPosition(-1);
-    u->setHistoryPosition(4);
+    u->setHistoryPosition(3);
     EXPECT_EQ(u->notifications, before);
-    EXPECT_EQ(value(p), 2.0);
-}
-
-TEST_F(ParamUndo, ANewActionCutsTheRedoTail)
-{
-    CCountingUndo* u = undo("32");
-    CAudioParam* p = stored("a", "0");
-    edit(u, p, 1.0, "one");
-    edit(u, p, 2.0, "two");
-    edit(u, p, 3.0, "three");
-    u->setHistoryPosition(1);
-    edit(u, p, 9.0, "nine");
-    int32_t position = -1;
-    EXPECT_EQ(names(u, &position), (std::vector<std::string>{"Undo history start", "one", "nine"}));
-    EXPECT_EQ(position, 2);
-    u->setHistoryPosition(1);
     EXPECT_EQ(value(p), 1.0);
-    u->setHistoryPosition(2);
-    EXPECT_EQ(value(p), 9.0);
+    EXPECT_EQ(names(u, &position).size(), 3u);
+    EXPECT_EQ(position, 1);
 }
 
-TEST_F(ParamUndo, FoldsADragIntoOneStep)
+TEST_F(ParamUndo, FoldsADragIntoOneStepOnlyWhereBothStepsMatch)
 {
-    CCountingUndo* u = undo("32");
-    CAudioParam* p = stored("a", "0");
-    edit(u, p, 5.0, "set");
-    edit(u, p, 6.0, "drag", 0, true, 3);
-    const int afterFirst = u->notifications;
-    edit(u, p, 7.0, "drag", 0, true, 3);
-    edit(u, p, 8.0, "drag", 0, true, 3);
-    EXPECT_EQ(names(u).size(), 3u);
-    EXPECT_EQ(u->notifications, afterFirst); // a fold tells nobody
-
-    u->setHistoryPosition(1);
-    EXPECT_EQ(value(p), 5.0); // before the first part of the drag
-    u->setHistoryPosition(2);
-    EXPECT_EQ(value(p), 8.0); // after the last
-}
-
-TEST_F(ParamUndo, StartsANewStepWhereADragCannotFold)
-{
+    // What a folded step undoes and redoes is the random walk's to check.
     CCountingUndo* u = undo("32");
     CAudioParam* a = stored("a", "0");
     CAudioParam* b = stored("b", "0");
-    edit(u, a, 1.0, "drag a", 0, true, 3);
-    edit(u, b, 2.0, "drag b", 0, true, 3); // another parameter
+    edit(u, a, 5.0, "set");
+    edit(u, a, 6.0, "drag a", 0, true, 3);
+    const int afterFirst = u->notifications;
+    edit(u, a, 7.0, "drag a", 0, true, 3);
+    edit(u, a, 8.0, "drag a", 0, true, 3);
     EXPECT_EQ(names(u).size(), 3u);
-    edit(u, b, 3.0, "drag b", 1, true, 3); // another group
+    EXPECT_EQ(u->notifications, afterFirst); // a fold tells nobody
+
+    edit(u, b, 2.0, "drag b", 0, true, 3); // another parameter
     EXPECT_EQ(names(u).size(), 4u);
-    edit(u, b, 4.0, "drag b", 1, true, 4); // another tag
+    edit(u, b, 3.0, "drag b", 1, true, 3); // another group
     EXPECT_EQ(names(u).size(), 5u);
-    edit(u, b, 5.0, "set b", 1); // not mergeable itself
+    edit(u, b, 4.0, "drag b", 1, true, 4); // another tag
     EXPECT_EQ(names(u).size(), 6u);
-    edit(u, b, 6.0, "drag b", 1, true, 4); // the last one is not mergeable
+    edit(u, b, 5.0, "set b", 1); // not mergeable itself
     EXPECT_EQ(names(u).size(), 7u);
+    edit(u, b, 6.0, "drag b", 1, true, 4); // the last one is not mergeable
+    EXPECT_EQ(names(u).size(), 8u);
 
     // A different element count after the change is another kind of step too.
     auto longer = action("drag b", true, 4);
     write(b, longer.get(), 1, 0, {7.0, 7.5}, true);
     u->submit(std::move(longer));
-    EXPECT_EQ(names(u).size(), 8u);
+    EXPECT_EQ(names(u).size(), 9u);
 
     // An action on two parameters does not fold into one on a single parameter.
     auto both = action("drag b", true, 4);
     write(b, both.get(), 1, 0, {8.0, 8.5}, true);
     write(a, both.get(), 0, 0, {8.0});
     u->submit(std::move(both));
-    EXPECT_EQ(names(u).size(), 9u);
+    EXPECT_EQ(names(u).size(), 10u);
 }
 
-TEST_F(ParamUndo, DropsAnActionWithoutRecords)
+TEST_F(ParamUndo, RecordsStorableAndPersistentParametersButNeverTheDefaults)
 {
     CCountingUndo* u = undo("32");
     CAudioParam* p = stored("a", "0");
+    Attrs attrs = realParam("3");
+    attrs.push_back({"is-persistent", "true"});
+    CAudioParam* kept = param(CString("kept"), attrs);
     CAudioParam* passing = param(CString("passing"), realParam("0")); // neither storable nor persistent
     edit(u, p, 1.0);
+    edit(u, kept, 2.0);
+    EXPECT_EQ(names(u).size(), 3u);
+
+    // An action without records is dropped, and tells nobody.
     const int before = u->notifications;
     edit(u, passing, 4.0);
     u->submit(action("empty"));
     u->submit(nullptr);
     int32_t position = -1;
-    EXPECT_EQ(names(u, &position).size(), 2u);
-    EXPECT_EQ(position, 1);
+    EXPECT_EQ(names(u, &position).size(), 3u);
+    EXPECT_EQ(position, 2);
     EXPECT_EQ(u->notifications, before);
     EXPECT_EQ(value(passing), 4.0); // written all the same
-}
-
-TEST_F(ParamUndo, RecordsPersistentParametersAndNeverTheDefaults)
-{
-    CCountingUndo* u = undo("32");
-    Attrs attrs = realParam("3");
-    attrs.push_back({"is-persistent", "true"});
-    CAudioParam* p = param(CString("kept"), attrs);
-    edit(u, p, 1.0);
-    EXPECT_EQ(names(u).size(), 2u);
 
     auto defaults = action("defaults");
-    std::vector<double> values = {9.0};
-    CAudioParamChange c;
-    {
-        CLockGuard guard(p->lock());
-        c = p->values().makeChange(0, 0, 1, true);
-    }
-    c.group = kParamDefaultsGroup;
-    c.values = values.data();
-    CAudioParamUpdateContext context;
-    context.undo = defaults.get();
-    p->change(c, context);
+    write(kept, defaults.get(), kParamDefaultsGroup, 0, {9.0}, true);
     EXPECT_EQ(defaults->recordCount(), 0);
 }
 
@@ -353,26 +310,18 @@ TEST_F(ParamUndo, RecordsTheFirstStateOfAGroupOnce)
     EXPECT_EQ(value(single, 0), 0.0);
 }
 
-TEST_F(ParamUndo, RestoresTheTextOfAStringParameter)
+TEST_F(ParamUndo, RestoresTextsLeavingNoItemBehindAndFoldsTypingIntoItsLastText)
 {
     CCountingUndo* u = undo("32");
-    CAudioParam* text = param(CString("name"), {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
-                                                {"is-storable", "true"}, {"def-values", "Default"}});
-    auto rename = [&](const char* to, int32_t element) {
-        auto entry = action("rename");
-        CAudioParamUpdateContext context;
-        context.undo = entry.get();
-        text->setString(0, element, CString(to), nullptr, context);
-        u->submit(std::move(entry));
-    };
+    CAudioParam* text = storedText("name", "Default");
     auto items = [&] {
         CLockGuard guard(text->lock());
         return text->values().data().count();
     };
-    rename("First", 0);
-    rename("Second", 0);
+    type(u, text, 0, "First");
+    type(u, text, 0, "Second");
     const size_t itemsOfSecond = items();
-    rename("Third", 2);
+    type(u, text, 2, "Third");
     EXPECT_EQ(text->getString(0, 2).toUtf8(), "Third");
     u->setHistoryPosition(2);
     EXPECT_EQ(text->getString(0, 0).toUtf8(), "Second");
@@ -382,36 +331,24 @@ TEST_F(ParamUndo, RestoresTheTextOfAStringParameter)
     }
     // No item of an undone text stays behind.
     EXPECT_EQ(items(), itemsOfSecond);
-    u->setHistoryPosition(1);
-    EXPECT_EQ(text->getString(0, 0).toUtf8(), "First");
     u->setHistoryPosition(0);
     EXPECT_EQ(text->getString(0, 0).toUtf8(), "Default");
     u->setHistoryPosition(3);
     EXPECT_EQ(text->getString(0, 0).toUtf8(), "Second");
     EXPECT_EQ(text->getString(0, 1).toUtf8(), "Default");
     EXPECT_EQ(text->getString(0, 2).toUtf8(), "Third");
-}
 
-TEST_F(ParamUndo, FoldsTypingIntoOneStepWithItsLastText)
-{
-    CCountingUndo* u = undo("32");
-    CAudioParam* text = param(CString("name"), {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
-                                                {"is-storable", "true"}, {"def-values", "Default"}});
-    for (const char* typed : {"A", "Ab", "Abc"}) {
-        auto entry = action("typing", true, 5);
-        CAudioParamUpdateContext context;
-        context.undo = entry.get();
-        text->setString(0, 0, CString(typed), nullptr, context);
-        u->submit(std::move(entry));
-    }
-    EXPECT_EQ(names(u).size(), 2u);
-    u->setHistoryPosition(0);
-    EXPECT_EQ(text->getString(0, 0).toUtf8(), "Default");
-    u->setHistoryPosition(1);
+    // Typing is one step that ends with its last text.
+    for (const char* typed : {"A", "Ab", "Abc"})
+        type(u, text, 0, typed, true, 5);
+    EXPECT_EQ(names(u).size(), 5u);
+    u->setHistoryPosition(3);
+    EXPECT_EQ(text->getString(0, 0).toUtf8(), "Second");
+    u->setHistoryPosition(4);
     EXPECT_EQ(text->getString(0, 0).toUtf8(), "Abc");
 }
 
-TEST_F(ParamUndo, SendsNothingForTheCurrentPosition)
+TEST_F(ParamUndo, SendsAStepAsOneBatchAndNothingForTheCurrentPosition)
 {
     CCountingUndo* u = undo("32");
     CAudioParam* a = stored("a", "0");
@@ -492,8 +429,7 @@ TEST_F(ParamUndo, ParksAndCopiesHistories)
 TEST_F(ParamUndo, RecordsNothingFromRecordsOfAnotherFormat)
 {
     CAudioParam* p = stored("a", "0");
-    CAudioParam* text = param(CString("t"), {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
-                                             {"is-storable", "true"}, {"def-values", "x"}});
+    CAudioParam* text = storedText("t", "x");
     CAudioParamUndoData entry(CString("e"));
     {
         CLockGuard guard(p->lock());
@@ -513,7 +449,8 @@ TEST_F(ParamUndo, RecordsNothingFromRecordsOfAnotherFormat)
 
 // 50 random edits of list lengths, elements, groups and texts, walked back and forth: each
 // position shows exactly the state the test noted when it was reached, in the values and,
-// once the audio thread has taken the queue, in the audio side's copy.
+// once the audio thread has taken the queue, in the audio side's copy; and the history
+// tells of every change of its list or position, and of nothing else.
 class ParamUndoWalk : public ParamUndo, public ::testing::WithParamInterface<bool>
 {
 };
@@ -526,25 +463,29 @@ TEST_P(ParamUndoWalk, ReturnsToEveryEarlierStateBitForBit)
                                                 {"min-values", "-1000 -1000"}, {"max-values", "1000 1000"},
                                                 {"def-values", "1 2,3 4"}, {"is-storable", "true"}});
     CAudioParam* single = stored("single", "5", true);
-    CAudioParam* text = param(CString("text"), {{"element-size", "1"}, {"data-type", "string"}, {"converter", "text"},
-                                                {"is-storable", "true"}, {"def-values", "Default"}});
+    CAudioParam* text = storedText("text", "Default");
     const std::vector<CAudioParam*> all = {list, wide, single, text};
     m_env->setActive(GetParam());
 
     using Snapshot = std::vector<ParamState>;
-    auto now = [&] {
+    std::deque<Snapshot> states; // states[k]: the state at position k
+    auto snapshot = [&](bool audioSide) {
         Snapshot s;
         for (CAudioParam* p : all) {
             CLockGuard guard(p->lock());
-            s.push_back(stateOf(p->values()));
+            s.push_back(stateOf(audioSide ? p->audioValues() : p->values()));
         }
         return s;
     };
-    auto audioSide = [&] {
-        Snapshot s;
-        for (CAudioParam* p : all)
-            s.push_back(stateOf(p->audioValues()));
-        return s;
+    int32_t at = 0;
+    int32_t walks = 0, dropped = 0, folded = 0, cut = 0;
+    auto moveTo = [&](int32_t to) {
+        const int told = u->notifications;
+        u->setHistoryPosition(to);
+        drain();
+        EXPECT_EQ(u->notifications, told + (to == at ? 0 : 1)) << to;
+        at = to;
+        return snapshot(false) == states[size_t(to)] && snapshot(true) == states[size_t(to)];
     };
 
     std::mt19937 random(20240611);
@@ -561,15 +502,13 @@ TEST_P(ParamUndoWalk, ReturnsToEveryEarlierStateBitForBit)
     };
     std::vector<Write> drag;
 
-    std::deque<Snapshot> states = {now()}; // states[k]: the state at position k
-    int32_t walks = 0, dropped = 0, folded = 0;
+    states.push_back(snapshot(false));
     for (int step = 0; step < 50; ++step) {
-        int32_t position = 0;
-        const size_t countBefore = names(u, &position).size() - 1;
-        const int32_t before = position;
-        const bool mergeable = before == int32_t(countBefore) && pick(3) == 0;
-        const std::string name = CString("edit ").append(CString::number(step)).toUtf8();
-        auto entry = action(name.c_str(), mergeable, 9);
+        const auto countBefore = int32_t(names(u).size()) - 1;
+        const int32_t before = at;
+        const bool mergeable = before == countBefore && pick(3) == 0;
+        const std::string name = numbered("edit ", step);
+        auto entry = action(name, mergeable, 9);
         std::vector<Write> writes;
         if (mergeable && !drag.empty() && pick(4) != 0) {
             writes = drag;
@@ -579,70 +518,58 @@ TEST_P(ParamUndoWalk, ReturnsToEveryEarlierStateBitForBit)
         }
         drag = mergeable ? writes : std::vector<Write>();
         for (const Write& w : writes) {
-            CAudioParamUpdateContext context;
-            context.undo = entry.get();
             if (w.param == text) {
+                CAudioParamUpdateContext context;
+                context.undo = entry.get();
                 text->setString(w.group, w.first, CString("t").append(CString::number(pick(1000))), nullptr, context);
                 continue;
             }
-            const int32_t size = w.param == wide ? 2 : 1;
             std::vector<double> values;
-            for (int32_t i = 0; i < w.count * size; ++i)
+            for (int32_t i = 0; i < w.count * (w.param == wide ? 2 : 1); ++i)
                 values.push_back(number());
-            CAudioParamChange c;
-            {
-                CLockGuard guard(w.param->lock());
-                c = w.param->values().makeChange(w.group, w.first, w.count, w.isListEnd);
-            }
-            c.values = values.data();
-            w.param->change(c, context);
+            write(w.param, entry.get(), w.group, w.first, values, w.isListEnd);
         }
+        const int told = u->notifications;
         u->submit(std::move(entry));
         drain();
 
+        int32_t position = 0;
         const auto listed = names(u, &position);
         if (listed.back() == name) {
+            EXPECT_EQ(u->notifications, told + 1) << step;
+            cut += before < countBefore ? 1 : 0;
             states.resize(size_t(before) + 1); // the redo tail is gone
             if (position == before) {
                 states.pop_front(); // the oldest step went
                 ++dropped;
             }
-            states.push_back(now());
+            states.push_back(snapshot(false));
         } else {
             ASSERT_TRUE(mergeable) << step;
             ASSERT_EQ(position, before);
-            states[size_t(position)] = now();
+            EXPECT_EQ(u->notifications, told) << step;
+            states[size_t(position)] = snapshot(false);
             ++folded;
         }
         ASSERT_EQ(states.size(), listed.size());
+        at = position;
 
         // Now and then a walk through the history, ending where it stands or elsewhere.
-        for (int moves = pick(3) == 0 ? 1 + pick(3) : 0; moves > 0; --moves) {
+        for (int moves = pick(3) == 0 ? 1 + pick(3) : 0; moves > 0; --moves, ++walks) {
             const int32_t to = pick(int32_t(states.size()));
-            u->setHistoryPosition(to);
-            drain();
-            ++walks;
-            ASSERT_TRUE(now() == states[size_t(to)]) << "step " << step << " to " << to;
-            ASSERT_TRUE(audioSide() == states[size_t(to)]) << "step " << step << " to " << to;
+            ASSERT_TRUE(moveTo(to)) << "step " << step << " to " << to;
         }
     }
     // Every position, down and up again.
     const int32_t last = int32_t(states.size()) - 1;
-    for (int32_t to = last; to >= 0; --to) {
-        u->setHistoryPosition(to);
-        drain();
-        ASSERT_TRUE(now() == states[size_t(to)]) << to;
-        ASSERT_TRUE(audioSide() == states[size_t(to)]) << to;
-    }
-    for (int32_t to = 0; to <= last; ++to) {
-        u->setHistoryPosition(to);
-        drain();
-        ASSERT_TRUE(now() == states[size_t(to)]) << to;
-        ASSERT_TRUE(audioSide() == states[size_t(to)]) << to;
-    }
+    for (int32_t to = last; to >= 0; --to)
+        ASSERT_TRUE(moveTo(to)) << to;
+    for (int32_t to = 0; to <= last; ++to)
+        ASSERT_TRUE(moveTo(to)) << to;
     EXPECT_GT(walks, 15);
     EXPECT_GT(dropped, 0);
     EXPECT_GT(folded, 0);
+    EXPECT_GT(cut, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(AudioStoppedAndRunning, ParamUndoWalk, ::testing::Bool());
