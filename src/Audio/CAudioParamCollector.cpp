@@ -41,9 +41,8 @@ CErrorPtr CAudioParamCollector::init()
     return nullptr;
 }
 
-CAudioParam* CAudioParamCollector::getParam(const CString& name)
+CString CAudioParamCollector::resolveAlias(const CString& name) const
 {
-    CLockGuard guard(m_paramsLock);
     CString target = name;
     // An alias chain can't loop for long: each step must lead to a name not seen before.
     for (size_t steps = 0; steps <= m_aliases.size(); ++steps) {
@@ -52,6 +51,13 @@ CAudioParam* CAudioParamCollector::getParam(const CString& name)
             break;
         target = alias->second;
     }
+    return target;
+}
+
+CAudioParam* CAudioParamCollector::getParam(const CString& name)
+{
+    CLockGuard guard(m_paramsLock);
+    const CString target = resolveAlias(name);
     auto it = m_params.find(target);
     if (it == m_params.end()) {
         it = m_params.emplace(target, std::make_unique<CAudioParam>(this, target)).first;
@@ -64,14 +70,7 @@ CAudioParam* CAudioParamCollector::getParam(const CString& name)
 CAudioParam* CAudioParamCollector::findParam(const CString& name)
 {
     CLockGuard guard(m_paramsLock);
-    CString target = name;
-    for (size_t steps = 0; steps <= m_aliases.size(); ++steps) {
-        auto alias = m_aliases.find(target);
-        if (alias == m_aliases.end())
-            break;
-        target = alias->second;
-    }
-    auto it = m_params.find(target);
+    auto it = m_params.find(resolveAlias(name));
     return it == m_params.end() ? nullptr : it->second.get();
 }
 

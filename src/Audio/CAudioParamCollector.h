@@ -119,6 +119,8 @@ private:
     void appendFolding(CAudioParamQueuedChange* change);
     // Under m_paramsLock.
     void offerToRegistries(CAudioParam* param);
+    // The name a parameter is kept under, following aliases. Under m_paramsLock.
+    CString resolveAlias(const CString& name) const;
 
     CAudioEnv* m_env = nullptr;
     CAudioParamQueuedChange* m_pending = nullptr; // guarded by the env's queue lock

@@ -80,20 +80,14 @@ TEST_F(Stack, EachGroupInUseHasOneCopyThatScalesItsOwnChannels)
             ASSERT_EQ(out[c][i], in[c][i] * gains[g.groups[c]]) << c << " " << i;
 
     CAudioProcessStack& s = stack("dlc");
-    EXPECT_EQ(s.preparedGroupCount(), 8);
     ASSERT_EQ(s.groupRecordCount(), 3);
-    EXPECT_EQ(s.groupRecordAt(0), 0);
-    EXPECT_EQ(s.groupRecordAt(1), 1);
     EXPECT_EQ(s.groupRecordAt(2), 3);
-    EXPECT_EQ(s.levelCount(2), -1);
     EXPECT_EQ(s.runListCount(), 3);
     for (const int32_t group : {0, 1, 3}) {
         SCOPED_TRACE(group);
         auto* copy = dynamic_cast<CAudioProcess*>(s.copyAt(group, 0));
         ASSERT_NE(copy, nullptr);
         EXPECT_EQ(copy->group(), group);
-        EXPECT_EQ(s.levelCount(group), 1);
-        EXPECT_EQ(s.columnCount(group), 1);
         // The copy hears its group's two channels and no others.
         auto* gain = dynamic_cast<CAudioProcessTerminalBase*>(copy->findChild(CString("g")));
         ASSERT_NE(gain, nullptr);
@@ -101,24 +95,6 @@ TEST_F(Stack, EachGroupInUseHasOneCopyThatScalesItsOwnChannels)
         EXPECT_EQ(gain->port(0).channelCount, 2);
     }
     EXPECT_EQ(s.copyAt(2, 0), nullptr);
-}
-
-TEST_F(Stack, AStereoSetUpRunsOneCopy)
-{
-    Graph& g = build("eq", {0, 0});
-    g.run(tones(2, 1024), 512);
-    CAudioProcessStack& s = stack("dlc");
-    EXPECT_EQ(s.groupRecordCount(), 1);
-    EXPECT_EQ(s.runListCount(), 1);
-    // A band stack serves the group of its copy and nothing else, three levels of it.
-    CAudioProcessStack* b = bands(0);
-    ASSERT_NE(b, nullptr);
-    EXPECT_EQ(b->preparedGroupCount(), 1);
-    EXPECT_EQ(b->preparedLevelCount(0), 3);
-    EXPECT_EQ(b->groupRecordCount(), 1);
-    EXPECT_EQ(b->levelCount(0), 3);
-    EXPECT_EQ(b->runListCount(), 3);
-    EXPECT_EQ(bands(1), nullptr);
 }
 
 // ---- levels in series
@@ -234,30 +210,23 @@ TEST_F(Stack, StackedBandsMatchTheBandsWrittenOut)
 
 // ---- changes while audio runs
 
-// 3 levels (x 3) to 2 (x 6) and back: over one fade the old chain hands over to the new.
+// 3 levels (x 3) to 2 (x 6): over one fade the old chain hands over to the new.
 TEST_F(Stack, AnotherCountCrossfadesFromTheOldChain)
 {
     Graph& g = build("gains");
     set("gains.count", 3);
-    const Signal in = tones(1, 6000);
+    const Signal in = tones(1, 3000);
     const int32_t n = CXFadeKernel::lengthFor(kRate, 0.015);
     ASSERT_EQ(n, 662);
     g.run(in, 200, 0, 1000);
     set("gains.count", 2);
-    Signal out = g.run(in, 200, 1000, 3000);
+    const Signal out = g.run(in, 200, 1000, 3000);
     EXPECT_FALSE(stack("g").isFading());
     for (size_t k = 0; k < out[0].size(); ++k) {
         const double w = oldWeight(k, n);
         ASSERT_NEAR(out[0][k], in[0][1000 + k] * (3.0 * w + 6.0 * (1.0 - w)), kFadeTolerance) << k;
     }
     EXPECT_EQ(stack("g").runListCount(), 2);
-    set("gains.count", 3);
-    out = g.run(in, 200, 3000, 6000);
-    for (size_t k = 0; k < out[0].size(); ++k) {
-        const double w = oldWeight(k, n);
-        ASSERT_NEAR(out[0][k], in[0][3000 + k] * (6.0 * w + 3.0 * (1.0 - w)), kFadeTolerance) << k;
-    }
-    EXPECT_EQ(stack("g").runListCount(), 3);
 }
 
 // A count that changes during a fade waits for it; the newest value is taken after.
@@ -334,49 +303,8 @@ TEST_F(Stack, ALayoutBeforeTheFirstBlockStartsAtOnce)
     EXPECT_FALSE(stack("g").isFading());
 }
 
-// Every count and group change on the product's shape: the sound stays finite and moves by
-// no more than a steady sine through the loudest of the chains does.
-TEST_F(Stack, ChangesWhilePlayingStayFiniteAndSmooth)
-{
-    Graph& g = build("eq", {0, 0, 1, 1});
-    for (int32_t group = 0; group < 4; ++group)
-        for (int32_t b = 0; b < 3; ++b)
-            setElement("eq.dlc.eq.gain", b == 1 ? 2.8 : 1.4, group, b);
-    // 700 Hz, where the middle band lifts: the loudest chain gives about 2.8 x 1.4.
-    Signal in(4, std::vector<double>(44100));
-    for (auto& channel : in)
-        for (size_t i = 0; i < channel.size(); ++i)
-            channel[i] = 0.2 * std::sin(2.0 * std::numbers::pi * 700.0 * double(i) / kRate);
-    const double steadyStep = 0.2 * 2.0 * std::sin(std::numbers::pi * 700.0 / kRate);
-    size_t at = 0;
-    double largest = 0.0;
-    const auto play = [&](size_t samples) {
-        const Signal out = g.run(in, 128, at, at + samples);
-        for (const auto& channel : out) {
-            for (size_t i = 0; i < channel.size(); ++i) {
-                ASSERT_TRUE(std::isfinite(channel[i])) << at + i;
-                if (at + i > 2000 && i > 0)
-                    largest = std::max(largest, std::fabs(channel[i] - channel[i - 1]));
-            }
-        }
-        at += samples;
-    };
-    play(4096);
-    set("eq.dlc.eq.count", 2, 0);
-    play(2048);
-    set("eq.dlc.eq.count", 1, 1);
-    play(2048);
-    g.setFormat(kRate, {0, 1, 1, 2});
-    play(2048);
-    set("eq.dlc.eq.count", 3, 0);
-    set("eq.dlc.eq.count", 3, 1);
-    play(2048);
-    g.setFormat(kRate, {0, 0, 1, 1});
-    play(4096);
-    EXPECT_LE(largest, steadyStep * 2.8 * 1.4 * 1.1);
-    EXPECT_EQ(stack("dlc").groupRecordCount(), 2);
-    EXPECT_EQ(bands(0)->levelCount(0), 3);
-}
+// Counts and groups changing on the product's shape stay finite and complete:
+// CAudioStackRealTimeTest; the fades themselves are checked exactly above.
 
 // ---- columns, failures
 
@@ -390,10 +318,8 @@ TEST_F(Stack, AChannelStackGivesEachChannelItsOwnCopies)
     CAudioProcessStack& s = stack("g");
     EXPECT_EQ(s.columnCount(0), 2);
     EXPECT_EQ(s.columnCount(1), 1);
-    ASSERT_NE(s.copyAt(0, 0, 0), nullptr);
-    ASSERT_NE(s.copyAt(0, 0, 1), nullptr);
+    ASSERT_TRUE(s.copyAt(0, 0, 0) && s.copyAt(0, 0, 1));
     EXPECT_NE(s.copyAt(0, 0, 0), s.copyAt(0, 0, 1));
-    EXPECT_EQ(s.copyAt(0, 0, 0)->port(0).channelCount, 1);
     EXPECT_EQ(s.copyAt(0, 0, 1)->port(0).channelCount, 1);
     EXPECT_EQ(s.runListCount(), 3);
 }
@@ -437,10 +363,7 @@ TEST_F(Stack, MultibandSplitsIntoBandsAndSumsThem)
     expect(2 * 0.5 + 3 * 0.75 * 0.25 + 5 * 0.75 * 0.5 * 0.125 + 7 * 0.75 * 0.5 * 0.25);
     auto& mb = g.child<CAudioProcessMB>("mb");
     EXPECT_EQ(mb.bandCount(), 4);
-    EXPECT_EQ(mb.preparedBandCount(), 4);
-    for (int32_t i = 0; i < 4; ++i)
-        EXPECT_EQ(mb.band(i)->element(), i);
-    EXPECT_EQ(mb.band(0)->fullName(), CString("plugin.split.mb.mod"));
+    EXPECT_EQ(mb.band(3)->element(), 3);
     EXPECT_EQ(mb.pre()->fullName(), CString("plugin.split.mb.pre"));
     EXPECT_EQ(m_env->latency(), 4);
 

@@ -199,42 +199,4 @@ TEST(CDSPModDelayTest, FillValueAndReset)
     }
 }
 
-// A sine through a change of length. With taps u, v and weights a + b = 1,
-// y[t] - y[t-1] = a du + b dv + da (u - v), so |dy| <= max|dx| + max|da| * 2A, and the weight
-// 0.5 + 0.5 cos(pi k / N) moves by at most pi / (2N) per sample: for A = 1 and N = 662 an
-// allowance of 0.0047 on the sine's 0.063, a factor of 1.08. A switch without a fade steps
-// by up to 2A.
-TEST(CDSPModDelayTest, ChangeOfLengthAddsNoStep)
-{
-    std::vector<double> x(20000);
-    for (size_t t = 0; t < x.size(); ++t)
-        x[t] = std::sin(2.0 * std::numbers::pi * 440.0 * double(t) / kRate);
-    auto maxStep = [](const std::vector<double>& s, size_t from) {
-        double m = 0.0;
-        for (size_t t = from + 1; t < s.size(); ++t)
-            m = std::max(m, std::abs(s[t] - s[t - 1]));
-        return m;
-    };
-    const double limit = maxStep(x, 0) + std::numbers::pi / kFade + 1e-9;
-    // The first two leave the taps about half a period apart.
-    for (const auto& [from, to] : {std::pair{100, 1150}, {1150, 100}, {100, 137}}) {
-        SCOPED_TRACE(testing::Message() << from << " -> " << to);
-        Pool pool;
-        CDSPModDelay line(pool);
-        line.setSampleRate(kRate);
-        line.setDelay(from);
-        std::vector<double> y(x.size());
-        line.run(x.data(), y.data(), 5000);
-        line.setDelay(to);
-        line.run(x.data() + 5000, y.data() + 5000, int32_t(x.size()) - 5000);
-        EXPECT_FALSE(line.isChanging());
-        EXPECT_LE(maxStep(y, size_t(from)), limit); // from `from` on: the sine's own onset
-
-        double hardStep = 0.0;
-        for (size_t t = 5000; t < x.size(); ++t)
-            hardStep = std::max(hardStep, std::abs(x[t - size_t(from)] - x[t - size_t(to)]));
-        EXPECT_TRUE(std::abs(to - from) < 100 || hardStep > limit) << "the case must have teeth";
-    }
-}
-
 } // namespace

@@ -1,7 +1,6 @@
-// A host's automation reaches the filters on the audio thread: after a warm-up that has
-// touched every group and element, writing their sources there, and running the filters'
-// changes to the audio side, allocates and frees nothing. Part of the counting program of
-// the graph's real-time test.
+// A host's automation through the filters on the audio thread: once every group and element
+// was touched, writing sources and applying the filters' changes allocates and frees nothing.
+// Part of the graph's real-time counting program.
 
 #include "../AudioParamTestSupport.h"
 #include "../RealTimeCounting.h"

@@ -1,6 +1,5 @@
-// The remap language, read on its own and through the compiler, with every refusal and
-// garbage; remaps applied where processes are built, so that one parameter drives several
-// stages; and the refusals of shared storage and filter definitions.
+// The remap language on its own and through the compiler, refusals and garbage included;
+// remaps applied where processes are built; refusals of shared storage and filter definitions.
 
 #include "ParamFilterTestSupport.h"
 
@@ -41,20 +40,16 @@ std::string parse(const std::string& text, Pairs* pairs = nullptr)
 
 std::string invalid(const std::string& text) { return "Invalid remapping string '" + text + "' defined."; }
 
-class Remaps : public ParamFilterFixture
-{
-};
+using Remaps = ParamFilterFixture;
 
 TEST(RemapLanguage, PairsSplitAtSemicolonsElseAtBlanks)
 {
     const std::vector<std::pair<std::string, Pairs>> cases = {
         {"a = b;", {{"a", "b"}}},
-        {"a=b", {{"a", "b"}}},
         {"  modFilter.index = index; modFilter.freq = freq; ", {{"modFilter.index", "index"}, {"modFilter.freq", "freq"}}},
         {"a=b c=d\te=f\r\ng=h", {{"a", "b"}, {"c", "d"}, {"e", "f"}, {"g", "h"}}},
         {"a=b;c d=e f", {{"a", "b"}, {"c d", "e f"}}}, // with a ';' blanks are part of the names
         {"x = ^y; p.q = /plugin.modMain.r;;", {{"x", "^y"}, {"p.q", "/plugin.modMain.r"}}},
-        {"\n  group-solo = ^io-params.channel-group-solo;\n", {{"group-solo", "^io-params.channel-group-solo"}}},
         {"", {}},
         {" ;  ; ", {}},
     };
@@ -70,14 +65,10 @@ TEST(RemapLanguage, EveryMalformedPairIsRefusedByName)
 {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"a b", invalid("a")},                  // blanks separate: "a" has no '='
-        {"a = b", invalid("a")},                // the same with one pair written loosely
         {"a = b = c;", invalid("a = b = c")},   // two '='
-        {"a == b;", invalid("a == b")},
         {"a = ;", invalid("a =")},              // nothing to point to
         {"= b;", invalid("= b")},               // nothing to point from
-        {"=", invalid("=")},
         {"a = b; c", invalid("c")},             // the second pair
-        {"a=b c", invalid("c")},
         {"a = b;\n c = d = e ;", invalid("c = d = e")},
     };
     for (const auto& [text, message] : cases) {
@@ -91,8 +82,8 @@ TEST(RemapLanguage, EveryMalformedPairIsRefusedByName)
 
 TEST(RemapLanguage, GarbageAndTruncationsEitherReadOrAreRefused)
 {
-    // Every prefix of a good list, and random text over the characters that matter: the
-    // result is a list of clean pairs or the refusal, never anything in between.
+    // Every prefix of a good list, and random text of the characters that matter: clean
+    // pairs or the refusal, never anything in between.
     const std::string good = "modSatEB.drive = sateb-drive; modSatEBOut.drive = ^sateb-drive; x=/y.z;";
     std::vector<std::string> texts;
     for (size_t n = 0; n <= good.size(); ++n)
@@ -194,8 +185,7 @@ TEST_F(Remaps, SharedStorageAndFilterDefinitionsRefuseGarbage)
 TEST_F(Remaps, OneParameterDrivesEveryStageThatIsRemappedToIt)
 {
     Graph& g = build("shared");
-    // Four stages, each with a slot default of 5, all read sat-params.gain (default 1): the
-    // signal passes as it came, not 625 times louder.
+    // Four stages with slot defaults of 5 all read sat-params.gain (default 1): not 625 times louder.
     CAudioParam* gain = param("shared.sat-params.gain");
     for (const char* stage : {"shared.stage1.gain", "shared.stage2.gain", "shared.inner.stage3.gain", "shared.stage4.gain"})
         EXPECT_EQ(param(stage), gain) << stage;
@@ -209,8 +199,7 @@ TEST_F(Remaps, OneParameterDrivesEveryStageThatIsRemappedToIt)
     out = g.run(in, 64);
     for (size_t i = 0; i < in[0].size(); ++i)
         ASSERT_EQ(out[0][i], in[0][i] * 0.5 * 0.5 * 0.5 * 0.5) << i;
-    // Each stage has a slot parameter of its own name in no list: the names lead to the one
-    // parameter, however a caller asks.
+    // The stages' own slot names lead to the one parameter, however a caller asks.
     for (const char* stage : {"plugin.shared.stage1.gain", "plugin.shared.inner.stage3.gain"}) {
         EXPECT_TRUE(m_collector->isAliased(CString(stage)));
         EXPECT_EQ(m_collector->findParam(CString(stage)), gain);

@@ -1,7 +1,6 @@
-// Parameters bound to the application data stores: shared between two instances, read by
-// a fresh instance, stored as the display text (checked in the store's files, decoded
-// here with zlib), clamped to a narrower range, kept when the stored text does not read,
-// and bound before their definition arrives.
+// Parameters bound to the application data stores: shared between instances, stored as
+// display text (decoded from the store's files here), clamped to a narrower range, kept
+// when the stored text does not read, and bound before their definition arrives.
 
 #include "ParamFilterTestSupport.h"
 
@@ -49,11 +48,16 @@ protected:
 TEST_F(SharedParams, TwoInstancesShareTheirValuesThroughTheStores)
 {
     const auto first = instantiate("prefs", m_env);
+    const auto copy = instantiate("prefs", m_env);
     CAudioEnv* env = nullptr;
     CAudioParamCollector* other = addInstance(env);
     const auto second = instantiate("prefs", env);
-    ASSERT_TRUE(first && second);
+    ASSERT_TRUE(first && copy && second);
+    // One binding per parameter and key, whatever the copies.
     EXPECT_EQ(m_collector->sharedParamCount(), 4u);
+    // A binding of a name nobody declares waits without harm, and writes nothing.
+    EXPECT_EQ(param("prefs.undeclared")->info(), nullptr);
+    EXPECT_TRUE(stored(m_folder.group() + "test-undeclared", CAppData::kTagString).empty());
 
     // Nothing was stored yet: both hold their defaults, and reading wrote nothing.
     EXPECT_EQ(value("prefs.release"), 0.75);
@@ -117,16 +121,6 @@ TEST_F(SharedParams, StoredTextThatDoesNotReadKeepsTheValue)
     EXPECT_DOUBLE_EQ(value("prefs.release"), 0.3);
     CAppData::local().setString(CString("test-release-time"), CString("-40"), nullptr);
     EXPECT_DOUBLE_EQ(value("prefs.release"), 0.0);
-}
-
-TEST_F(SharedParams, OneBindingPerParameterAndKeyWhateverTheCopies)
-{
-    const auto first = instantiate("prefs", m_env);
-    const auto second = instantiate("prefs", m_env);
-    EXPECT_EQ(m_collector->sharedParamCount(), 4u);
-    // The binding of a name nobody declares waits without harm, and writes nothing.
-    EXPECT_EQ(param("prefs.undeclared")->info(), nullptr);
-    EXPECT_TRUE(stored(m_folder.group() + "test-undeclared", CAppData::kTagString).empty());
 }
 
 TEST_F(SharedParams, ADefinitionThatArrivesLaterReadsTheStoreThen)

@@ -1,11 +1,7 @@
-// The half-band filters of the oversampling chain, measured through the product's own
-// stages against the response written here from the generators' all-pass coefficients:
-// tones through the round trip (passband, phase and ripple), through the upsampler alone
-// (the images it leaves) and through the downsampler alone (what folds back).
-//
-// Every tone has a whole number of cycles in the window it is measured over, and every
-// component the chain makes of it lands on such a frequency too, so each projection reads
-// its own component alone.
+// The oversampling chain's half-band filters through the product's own stages, against the
+// response written from the generators' all-pass coefficients: the round trip, the
+// upsampler's images and what folds back in the downsampler. Every tone and every
+// component made of it has whole cycles in its window, so each projection reads it alone.
 
 #include "OversamplingTestSupport.h"
 
@@ -17,11 +13,9 @@ using namespace qel::test;
 namespace {
 
 constexpr double kRate = 44100.0;
-// The window: 44100 / 4410 = 10 Hz between the frequencies that fit a whole number of
-// cycles; at the oversampled rates the window is as long in time.
+// Whole cycles every 10 Hz; at the oversampled rates the window is as long in time.
 constexpr size_t kWindow = 4410;
-// Long enough for the recursive filters to forget their start: their slowest pole
-// (sqrt(0.934) per sample at the rate it runs) has decayed by 1e-30 after 2000 samples.
+// The slowest pole (sqrt(0.934) per sample) has decayed by 1e-30 after 2000 samples.
 constexpr size_t kSettle = 4410;
 
 class HalfBandChain : public OversamplingFixture
@@ -34,17 +28,15 @@ protected:
         halfBandCoefficients("hbf151t8", m_softA, m_softB);
     }
 
-    // The filter of octave k (0 next to the host's rate) at w, radians per sample of the
-    // rate it runs at.
+    // The filter of octave k (0 next to the host's rate) at w, per sample of its own rate.
     cplx filter(int32_t octave, double w) const
     {
         return octave == 0 ? halfBand(m_steepA, m_steepB, w) : halfBand(m_softA, m_softB, w);
     }
 
-    // Up and down through `octaves` octaves from octave k on, with nothing between, as a
-    // filter at the rate of octave k's input: a rate changer pair around an LTI system is
-    // LTI, and its response at w is the sum over the two frequencies of the doubled rate
-    // that fold onto w, of the filters' responses times that of what lies inside.
+    // Up and down from octave k on, as a filter at octave k's input rate: a rate changer pair
+    // around an LTI system is LTI, its response at w the sum over the two frequencies of the
+    // doubled rate that fold onto w of the filters' responses times that of what is inside.
     cplx roundTrip(int32_t octave, int32_t octaves, double w) const
     {
         if (octave == octaves)
@@ -57,11 +49,9 @@ protected:
         return sum;
     }
 
-    // What the upsampler makes of a unit cosine at w (host rate): the components at the
-    // top rate, by frequency in radians per sample of that rate, with their amplitudes.
-    // Each octave's zeros leave the band below twice: a component at v appears at v / 2
-    // and pi - v / 2, each at the level it had (the interpolator's gain of 2 against the
-    // zeros' halving), and there the filter weighs it.
+    // The upsampler's components at the top rate from a unit cosine at w: each octave puts a
+    // component at v at v / 2 and pi - v / 2, at the level it had (the interpolator's gain
+    // of 2 against the zeros' halving), and there its filter weighs it.
     void upsampled(int32_t octave, int32_t octaves, double w, cplx amplitude,
                    std::vector<std::pair<double, cplx>>& out) const
     {
@@ -79,8 +69,8 @@ protected:
     std::vector<double> m_steepA, m_steepB, m_softA, m_softB;
 };
 
-// A cosine through 2X, 4X and 8X and back comes out as the chain's response says, in
-// level and phase; the passband's ripple is what the filters promise.
+// A cosine through 2X, 4X and 8X and back comes out as the chain's response says, in level
+// and phase, with the ripple the filters promise.
 TEST_F(HalfBandChain, RoundTripsReturnATonePerTheChainsResponse)
 {
     const std::vector<double> freqs = {100.0, 1000.0, 5000.0, 10000.0, 15000.0, 18000.0, 19000.0, 19500.0, 20000.0};
@@ -94,8 +84,7 @@ TEST_F(HalfBandChain, RoundTripsReturnATonePerTheChainsResponse)
             const Signal out = runThrough(g, in, 512);
             const Tone t = measureTone(out[0], kSettle, kWindow, f, kRate);
             const cplx expected = roundTrip(0, octaves, 2.0 * kPi * f / kRate);
-            // The double-precision recursion and the projection agree to far better than
-            // a millionth; a wrong coefficient or a lost sample is off by percents.
+            // A wrong coefficient or a lost sample is off by percents.
             EXPECT_NEAR(std::abs(t.value() - expected), 0.0, 1e-9) << t.amplitude << " " << std::abs(expected);
             lo = std::min(lo, std::abs(expected));
             hi = std::max(hi, std::abs(expected));
@@ -111,8 +100,8 @@ TEST_F(HalfBandChain, RoundTripsReturnATonePerTheChainsResponse)
     }
 }
 
-// The upsampler's images: every component at the top rate, the tone and the images each
-// octave leaves, at the level the filters give it, deep in the stopband included.
+// Every component at the top rate, the tone and each octave's images, at the filters'
+// level, deep in the stopband too.
 TEST_F(HalfBandChain, TheUpsamplerLeavesImagesAtTheStopbandsLevel)
 {
     for (int32_t octaves = 1; octaves <= 3; ++octaves) {
@@ -131,8 +120,7 @@ TEST_F(HalfBandChain, TheUpsamplerLeavesImagesAtTheStopbandsLevel)
             for (const auto& [w, amplitude] : components) {
                 const double freq = w * top / (2.0 * kPi);
                 const Tone t = measureTone(out[0], kSettle * scale, kWindow * scale, freq, top);
-                // Relative to the component, and never below what rounding leaves: about -250 dB
-                // of the tone, which the projection over the window sees of the whole signal.
+                // Relative to the component, and no finer than rounding leaves (about -250 dB).
                 EXPECT_NEAR(t.amplitude, std::abs(amplitude), 1e-5 * std::abs(amplitude) + 1e-12) << freq << " Hz";
                 if (std::abs(freq - f) > 1.0)
                     worstImage = std::max(worstImage, t.amplitude);
@@ -146,8 +134,7 @@ TEST_F(HalfBandChain, TheUpsamplerLeavesImagesAtTheStopbandsLevel)
     }
 }
 
-// The downsampler of one octave: a tone above the host's band is weighed by the steep
-// filter and folds back onto the host's rate at that level.
+// One octave down: a tone above the host's band folds back at the steep filter's level.
 TEST_F(HalfBandChain, TheDownsamplerFoldsBackWhatItsFilterLeaves)
 {
     const double twice = 2.0 * kRate;

@@ -1,7 +1,6 @@
-// The long FIR filter on an audio thread of its own while the host changes its length:
-// after a warm-up in which each of its two modules has designed every length once, the
-// steady blocks and the crossfades to new filters allocate, free and lock nothing. Part of
-// the counting program of the graph's real-time test.
+// The long FIR filter on its own audio thread while the host changes its length: once each
+// of its two modules has designed every length, steady blocks and crossfades allocate, free
+// and lock nothing. Part of the graph's real-time counting program.
 
 #include "../GraphTestSupport.h"
 #include "../RealTimeCounting.h"
@@ -29,8 +28,7 @@ TEST_F(FilterFIRRealTime, SteadyBlocksAndNewFiltersAllocateAndLockNothing)
 {
     constexpr int kBlocks = realTimeBlocks(1500, 300);
     constexpr int kWarmUp = realTimeBlocks(400, 100);
-    // 661, 1059 and 65 taps, one after the other; each change fades over 0.015 s behind
-    // the new filter's latency, well within the 40 blocks until the next.
+    // 661, 1059 and 65 taps in turn; each fade ends well within the 40 blocks to the next.
     constexpr double kLengths[] = {0.015, 0.024, 0.0016};
     constexpr int kChangeEvery = 40;
     Graph& g = build("fir", {0, 1}, 44100.0);
@@ -41,8 +39,7 @@ TEST_F(FilterFIRRealTime, SteadyBlocksAndNewFiltersAllocateAndLockNothing)
 
     size_t locks = 0;
     bool isFinite = true;
-    // Fades that began after the warm-up, and the changes that asked for them (a change
-    // goes with the block the host makes it for).
+    // Fades begun after the warm-up, and the changes that asked for them.
     int fades = 0;
     int changes = 0;
     bool wasFading = false;
@@ -84,8 +81,7 @@ TEST_F(FilterFIRRealTime, SteadyBlocksAndNewFiltersAllocateAndLockNothing)
 #endif
 }
 
-// The transforms themselves, at every order a filter may use: some of the library's plans
-// would take a scratch buffer from the heap on every call, and must not be the ones made.
+// The transforms at every order a filter may use: no plan that takes heap scratch per call.
 TEST(RealFFTRealTime, TransformsOfEveryOrderAllocateNothing)
 {
     std::vector<CRealFFT*> records;

@@ -1,5 +1,5 @@
-// The recursive filter process in a graph: its output against plain reference filters,
-// coefficient changes without clicks, filter type changes through the crossfade.
+// The recursive filter process in a graph: against plain reference filters, coefficient
+// changes without clicks, type changes through the crossfade.
 
 #include "../Filters/FilterTestSupport.h"
 
@@ -63,10 +63,8 @@ TEST_F(FilterIIR, ThreeBandsMatchAReferenceCascade)
     reference.emplace_back(design("hs_rbj2", rate, 4900.0, gains[2], 1.15)[0]);
     Signal in(1, std::vector<double>(20000));
     uint32_t seed = 1;
-    for (double& x : in[0]) {
-        seed = seed * 1664525u + 1013904223u;
-        x = double(int32_t(seed)) / 2147483648.0;
-    }
+    for (double& x : in[0])
+        x = double(int32_t(seed = seed * 1664525u + 1013904223u)) / 2147483648.0;
     std::vector<double> expected;
     for (double x : in[0]) {
         for (ReferenceBiquad& b : reference)
@@ -81,12 +79,10 @@ TEST_F(FilterIIR, ThreeBandsMatchAReferenceCascade)
         set("bands.mid.gain", gains[1]);
         set("bands.hi.gain", gains[2]);
         const Signal out = g.run(in, block);
-        // The kernel may fuse multiplies and adds, which rounds differently from the
-        // reference by an ulp per operation; the cascade's gain (< 10) and the poles' memory
-        // (a few hundred samples at 126 Hz) keep that below 1e-12.
+        // Fused multiply-adds round an ulp per operation apart; the cascade's gain (< 10) and
+        // the poles' memory keep that below 1e-12.
         for (size_t i = 0; i < expected.size(); ++i)
             ASSERT_NEAR(out[0][i], expected[i], 1e-12) << i;
-        // However the blocks are cut, the same samples come out.
         if (!previous.empty()) {
             ASSERT_EQ(out, previous);
         }
@@ -96,13 +92,10 @@ TEST_F(FilterIIR, ThreeBandsMatchAReferenceCascade)
     }
 }
 
-// The band's gain from -3 to +9 dB in steps of 1 dB every 10 ms, over a sine at its centre:
-// each step arrives while the last morph still runs and waits for it. A steady sine of
-// amplitude a at f moves at most a * 2 sin(pi f / rate) from one sample to the next; a
-// click or a zipper step would stand far above that. The morph's output is a blend of two
-// filters fed the same sine, each within its own gain of it, so its steps stay within
-// those of the loudest steady output; the margin of 2% covers the transient of the moving
-// filter, whose ring the fade scales down.
+// The gain from -3 to +9 dB in 1 dB steps every 10 ms over a sine at the centre, each step
+// queued behind the running morph. A steady sine of amplitude a moves at most
+// a * 2 sin(pi f / rate) per sample; a blend of two filters stays within the loudest one's
+// steps, plus 2% for the moving filter's ring. A click or zipper stands far above that.
 TEST_F(FilterIIR, GainSweepMovesWithoutZipperOrClick)
 {
     for (const double rate : {48000.0, 192000.0}) {
@@ -188,7 +181,7 @@ TEST_F(FilterIIR, AnIndexChangeCrossfadesModules)
     EXPECT_EQ(module("b").index(), 2);
     EXPECT_STREQ(module("b").stage(0).kernels->name, "DCDAW_fltbiqcommon");
 
-    // The raised cosine of 0.015 s: 720 samples at 48 kHz.
+    // The raised cosine of 0.015 s: 720 samples.
     const size_t fade = 720;
     for (size_t i = 0; i < out.size(); ++i) {
         double expected = i < change ? peak[i] : shelf[i];
@@ -198,8 +191,7 @@ TEST_F(FilterIIR, AnIndexChangeCrossfadesModules)
         }
         ASSERT_NEAR(out[i], expected, 1e-9) << i;
     }
-    // No step beyond those of the two signals it joins, plus what the weights' slope (at
-    // most pi / (2 N) per sample) times their difference adds.
+    // No step beyond those of the two signals, plus the weights' slope (pi / (2 N)) times their difference.
     double difference = 0.0;
     for (size_t i = change; i < change + fade; ++i)
         difference = std::max(difference, std::fabs(peak[i] - shelf[i]));
@@ -233,8 +225,6 @@ TEST_F(FilterIIR, HalfBandRunsItsRecursionPerSample)
     const double rate = 96000.0;
     for (const int32_t index : {0, 1}) {
         SCOPED_TRACE(index);
-        Graph& g = build("hbf", {0}, rate);
-        set("hbf.f.index", index);
         const CAudioFilterStageList list = design(index == 0 ? "hbf159t12" : "hbf151t8", rate, 1.0, 1.0, 1.0);
         Signal in(1, std::vector<double>(3001, 0.0));
         in[0][0] = 1.0;
@@ -255,10 +245,9 @@ TEST_F(FilterIIR, HalfBandRunsItsRecursionPerSample)
         const std::vector<double> b = chain(list[0].a, list[0].aCount);
         for (const int32_t block : {1, 3, 64, 3001}) {
             SCOPED_TRACE(block);
-            Graph& h = block == 1 ? g : build("hbf", {0}, rate);
-            if (block != 1)
-                set("hbf.f.index", index);
-            const Signal out = h.run(in, block);
+            Graph& g = build("hbf", {0}, rate);
+            set("hbf.f.index", index);
+            const Signal out = g.run(in, block);
             for (size_t t = 0; t < a.size(); ++t)
                 ASSERT_NEAR(out[0][t], 0.5 * (a[t] + (t >= 1 ? b[t - 1] : 0.0)), 1e-15) << t;
         }
@@ -300,8 +289,8 @@ TEST_F(FilterIIR, ARateChangeStartsTheStagesAgain)
     EXPECT_EQ(out[0][0], 0.0); // cleared state, silent first sample of a sine
 }
 
-// Steady filtering, morphs with values queued behind them, and designs of every kind the
-// product's bands use, all on the audio thread's side of the graph without an allocation.
+// Steady filtering, queued morphs and designs of every kind the bands use, on the audio
+// thread's side without an allocation.
 TEST_F(FilterIIR, DesigningAndMorphingAllocateNothing)
 {
     const double rate = 48000.0;

@@ -1,6 +1,6 @@
-// The delay that holds the graph's latency at one number: its table of target latencies
-// as the definition writes it, and behind a delay of known latency, the signal it hands on
-// sample by sample, the latency it reports and what it tells the log.
+// The delay that holds the graph's latency at one number: its table of target latencies,
+// and behind a delay of known latency, the signal it hands on, the latency it reports and
+// what it tells the log.
 
 #include "OversamplingTestSupport.h"
 
@@ -83,67 +83,40 @@ protected:
     }
 };
 
+// Behind a delay of `before`, the signal comes out as late as the table's 584 (or as it came
+// where that is later or the rate lies beyond the table, which the log is told).
 TEST_F(Uniformer, PadsTheLatencyToTheTablesTarget)
 {
+    const std::string at = " in LatencyUniformer // plugin.modMain.modLatencyUniformer";
     struct Case
     {
         double rate;
-        int32_t before;
+        int32_t before, delay, reported;
+        std::string message;
     };
-    for (const Case& c : {Case{44100.0, 100}, Case{48000.0, 0}, Case{96000.0, 583}, Case{768000.0, 7}}) {
-        SCOPED_TRACE(c.rate);
+    const Case cases[] = {
+        {44100.0, 100, 584, 584, ""},
+        {48000.0, 0, 584, 584, ""},
+        {96000.0, 583, 584, 584, ""},
+        {768000.0, 7, 584, 584, ""},
+        {44100.0, 584, 584, 584, ""},
+        {44100.0, 600, 600, 584, "Too high latency 600 at sample rate 44100.000000" + at},
+        // Exactly 768000 Hz is the table's last rate; one more is beyond it.
+        {768001.0, 10, 10, 10, "Unsupported sample rate 768001.000000" + at},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.rate) + " " + std::to_string(c.before));
         Graph& g = buildMain("uniformer", {0, 0}, c.rate);
         setMain("between-latency", double(c.before));
         const Signal in = tones(2, 3000, c.rate);
         const Signal out = runThrough(g, in, 512);
         for (size_t ch = 0; ch < 2; ++ch)
-            expectDelayed(out[ch], in[ch], 584);
-        EXPECT_EQ(moduleDelay(), 584 - c.before);
-        EXPECT_EQ(m_env->latency(), 584);
-        EXPECT_TRUE(flushed().empty());
+            expectDelayed(out[ch], in[ch], size_t(c.delay));
+        EXPECT_EQ(moduleDelay(), c.delay - c.before);
+        EXPECT_EQ(m_env->latency(), c.reported);
+        EXPECT_EQ(flushed(), c.message.empty() ? std::vector<std::string>{} : std::vector<std::string>{c.message});
+        EXPECT_TRUE(flushed().empty()); // told once
     }
-}
-
-TEST_F(Uniformer, AtTheTargetItAddsNothingAndSaysNothing)
-{
-    Graph& g = buildMain("uniformer");
-    setMain("between-latency", 584.0);
-    const Signal in = tones(1, 2000);
-    const Signal out = runThrough(g, in, 300);
-    expectDelayed(out[0], in[0], 584);
-    EXPECT_EQ(moduleDelay(), 0);
-    EXPECT_EQ(m_env->latency(), 584);
-    EXPECT_TRUE(flushed().empty());
-}
-
-TEST_F(Uniformer, AnInputLaterThanTheTargetIsToldAndNotDelayed)
-{
-    Graph& g = buildMain("uniformer");
-    setMain("between-latency", 600.0);
-    const Signal in = tones(1, 2000);
-    const Signal out = runThrough(g, in, 300);
-    // The signal is as late as it came; the table's number is reported all the same.
-    expectDelayed(out[0], in[0], 600);
-    EXPECT_EQ(moduleDelay(), 0);
-    EXPECT_EQ(m_env->latency(), 584);
-    EXPECT_EQ(flushed(), std::vector<std::string>{
-                             "Too high latency 600 at sample rate 44100.000000 in LatencyUniformer // "
-                             "plugin.modMain.modLatencyUniformer"});
-    EXPECT_TRUE(flushed().empty());
-}
-
-TEST_F(Uniformer, ARateAboveTheTableIsToldAndNotPadded)
-{
-    // Exactly 768000 Hz is the table's last rate; one more is beyond it.
-    Graph& g = buildMain("uniformer", {0}, 768001.0);
-    setMain("between-latency", 10.0);
-    const Signal in = tones(1, 2000, 768001.0);
-    const Signal out = runThrough(g, in, 512);
-    expectDelayed(out[0], in[0], 10);
-    EXPECT_EQ(moduleDelay(), 0);
-    EXPECT_EQ(m_env->latency(), 10);
-    EXPECT_EQ(flushed(), std::vector<std::string>{
-                             "Unsupported sample rate 768001.000000 in LatencyUniformer // plugin.modMain.modLatencyUniformer"});
 }
 
 TEST_F(Uniformer, RowsMarkedUnsupportedAndEmptyTablesPadNothing)
@@ -169,8 +142,8 @@ TEST_F(Uniformer, RowsMarkedUnsupportedAndEmptyTablesPadNothing)
     }
 }
 
-// A new input latency rebuilds the line from empty with the new delay: zeros for that
-// long, then the input as late as the target, which never moves.
+// A new input latency rebuilds the line from empty: zeros for the new delay, then the input
+// as late as the target, which never moves.
 TEST_F(Uniformer, ANewInputLatencyRebuildsTheLineAtOnce)
 {
     Graph& g = buildMain("uniformer");

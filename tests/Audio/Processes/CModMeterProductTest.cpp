@@ -1,6 +1,5 @@
-// The product's two meters as the wrapper builds them from its definition: out of the path
-// while nobody listens, and once their switches are on, measuring the product's output
-// (and its output against its input) with no receiver to hand the records to.
+// The product's two meters as the wrapper builds them: out of the path while nobody listens,
+// and once switched on, measuring the product's output with no receiver for the records.
 
 #include "../WrapperTestSupport.h"
 
@@ -64,27 +63,21 @@ TEST(ProductMeters, TheMetersWaitForTheirSwitchesThenMeasureTheOutput)
     // The held peak is the output's largest sample: over the last second the tones repeat.
     const auto& outMeter = *static_cast<const CModMeterModule*>(out->currentModule(0));
     const size_t second = size_t(rate);
-    const auto last = [&](const std::vector<double>& x) { return std::vector<double>(x.end() - std::ptrdiff_t(second), x.end()); };
-    const std::vector<double> tail = last(output[0]);
     double largest = 0.0;
-    for (double x : tail)
-        largest = std::max(largest, std::fabs(x));
+    for (size_t i = output[0].size() - second; i < output[0].size(); ++i)
+        largest = std::max(largest, std::fabs(output[0][i]));
     EXPECT_GT(outMeter.frameCount(), 200);
     EXPECT_NEAR(outMeter.lastRecord().peak, largest, 1e-6);
 
-    // The comparing meter reads the output's level against the input's, as its 3 s
-    // smoothers have long settled on steady tones.
+    // The comparing meter reads the output's level against the input's: its 3 s smoothers
+    // have long settled on steady tones. Six frames a second from the block it came on in.
     const auto& ioMeter = *static_cast<const CModMeterModule*>(io->currentModule(0));
-    const auto meanSquare = [](const std::vector<double>& x) {
-        double s = 0.0;
-        for (double v : x)
-            s += v * v;
-        return s / double(x.size());
-    };
-    const std::vector<double> input(in[0].begin() + std::ptrdiff_t(output[0].size() - second),
-                                    in[0].begin() + std::ptrdiff_t(output[0].size()));
-    EXPECT_NEAR(ioMeter.lastRecord().rms / std::sqrt(meanSquare(tail) / meanSquare(input)), 1.0, 1e-3);
-    // Six frames a second from the block its switch took effect in.
+    double outSquares = 0.0, inSquares = 0.0;
+    for (size_t i = output[0].size() - second; i < output[0].size(); ++i) {
+        outSquares += output[0][i] * output[0][i];
+        inSquares += in[0][i] * in[0][i];
+    }
+    EXPECT_NEAR(ioMeter.lastRecord().rms / std::sqrt(outSquares / inSquares), 1.0, 1e-3);
     EXPECT_EQ(ioMeter.frameCount(), int64_t(output[0].size() - 5120) / 7350);
 }
 

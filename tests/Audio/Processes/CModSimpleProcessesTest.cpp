@@ -48,7 +48,6 @@ TEST_F(SimpleProcesses, UnityGainPassesTheBufferItself)
     std::vector<const double*> out = g.block(in, 0, 256);
     // The buffer that went in comes out: three stages, no copy and no multiply.
     EXPECT_EQ(out[0], g.lastInput[0]);
-    EXPECT_EQ(std::vector<double>(out[0], out[0] + 256), in[0]);
     for (const char* name : {"g1", "g2", "g3"})
         EXPECT_FALSE(module<CModGainModule>(name).isActive()) << name;
 
@@ -69,8 +68,6 @@ TEST_F(SimpleProcesses, MutedGainWritesSilenceNoise)
     set("chain.g2.mute", 1);
     const Signal out = g.run(tones(1, 600), 300);
     EXPECT_EQ(out[0], silence(600)); // two blocks: the generator runs on
-    EXPECT_TRUE(std::none_of(out[0].begin(), out[0].end(), [](double v) { return v == 0.0; }));
-    EXPECT_TRUE(std::count(out[0].begin(), out[0].end(), 1e-11) > 100 && std::count(out[0].begin(), out[0].end(), -1e-11) > 100);
     EXPECT_EQ(module<CModGainModule>("g2").factor(), 0.0);
 }
 

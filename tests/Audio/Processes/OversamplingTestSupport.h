@@ -1,8 +1,7 @@
 #pragma once
 
-// What the oversampling tests share: the graphs of OversamplingGraphs.xml (the product's
-// own oversampling stages around small chains) built as plugin.modMain, the half-band
-// response written here from its definition, and the measurement of one tone in a signal.
+// The oversampling tests' graphs (the product's own stages around small chains) built as
+// plugin.modMain, the half-band response written from its definition, and tone measurement.
 
 #include "../GraphTestSupport.h"
 
@@ -41,8 +40,8 @@ inline cplx halfBand(const std::vector<double>& a, const std::vector<double>& b,
     return 0.5 * (ha + z1 * hb);
 }
 
-// Amplitude and phase of the tone at `freq` in x[from, from + length), by projection on a
-// sine and a cosine; exact for a tone with a whole number of cycles in the window.
+// Amplitude and phase of the tone at `freq` in x[from, from + length), by projection; exact
+// for whole cycles in the window.
 struct Tone
 {
     double amplitude = 0.0;
@@ -70,9 +69,8 @@ inline std::vector<double> cosine(size_t length, double freq, double rate, doubl
     return x;
 }
 
-// Runs in[from, to) through the graph in blocks of `blockLength` and returns all that came
-// out, however long the output's blocks are: an upsampler's are longer than the input's. A
-// channel that delivered no buffer reads as NaN.
+// in[from, to) through the graph in blocks of `blockLength`: all that came out, however long
+// the output's blocks are; a channel without a buffer reads as NaN.
 inline Signal runThrough(Graph& g, const Signal& in, int32_t blockLength, size_t from = 0, size_t to = SIZE_MAX)
 {
     to = std::min(to, in[0].size());

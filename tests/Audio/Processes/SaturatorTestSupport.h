@@ -1,8 +1,8 @@
 #pragma once
 
-// What the saturator and harmonic-stage tests share: scalar references of both stages,
-// written from their per-sample formulas without any of the product's classes; the
-// product's mode banks; a test signal; and a fixture over SaturatorGraphs.xml.
+// Scalar references of the saturator and harmonic stages, written from their per-sample
+// formulas without the product's classes; the product's mode banks; a fixture over
+// SaturatorGraphs.xml.
 
 #include "../GraphTestSupport.h"
 
@@ -207,6 +207,24 @@ public:
     double z = 0.0;
 };
 
+// The stand-in band filter's gain (the definition's default).
+constexpr double kBandGain = 0.7;
+
+// The saturator pair on `in`, with `band` (if any) between the stages as a band feeds it.
+inline std::vector<double> refChain(const SatMode& m, double drive, double rate, const std::vector<double>& in,
+                                    RefGlowCore* band = nullptr)
+{
+    RefSatEB first(m, drive, rate);
+    const RefSatEB last(m, drive, rate);
+    std::vector<double> out;
+    for (const double x : in) {
+        double e = 0.0;
+        const double s = first.input(x, e);
+        out.push_back(last.output(band ? band->step(kBandGain * s, s) : s, e));
+    }
+    return out;
+}
+
 // ---- signals and comparison
 
 // A tone that climbs through four levels, the last two past full scale, with its third
@@ -240,9 +258,8 @@ inline std::vector<double> silenceNoise(size_t n)
     return out;
 }
 
-// The largest deviation of `actual` from `expected`, each sample relative to its own size,
-// or to 1e-3 of full scale where it is smaller (a sample near a zero crossing has no
-// relative precision to speak of). A NaN or a missing sample counts as infinite.
+// The largest deviation, relative to each sample or to 1e-3 where it is smaller (near a
+// zero crossing there is no relative precision); a NaN or a missing sample is infinite.
 inline double worstDeviation(const std::vector<double>& actual, const std::vector<double>& expected)
 {
     if (actual.size() != expected.size())
@@ -261,8 +278,8 @@ inline size_t countSubnormals(const std::vector<double>& x)
     return size_t(std::count_if(x.begin(), x.end(), [](double v) { return std::fpclassify(v) == FP_SUBNORMAL; }));
 }
 
-// Block lengths that a host might use one after the other, odd ones and single samples
-// among them, so that no state survives only by a block boundary's luck.
+// Host block lengths, odd ones and single samples among them: no state may survive only
+// by a block boundary's luck.
 inline const int32_t kBlockLengths[] = {512, 1, 7, 333, 64, 1000, 2, 128};
 
 class SaturatorGraphs : public GraphFixture

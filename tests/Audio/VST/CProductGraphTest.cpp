@@ -1,6 +1,6 @@
-// The product as its definition makes it: the definition loads whole, the host sees the
-// parameters the product shows, the stores are seeded with the mode banks and routing
-// presets, and the sound through the VST 3 interface is the one its stages' formulas give.
+// The product as its definition makes it: the definition loads whole, the stores are seeded
+// with the mode banks, and the sound through the VST 3 interface is the one its stages'
+// formulas give (ProductResponseModel.h).
 
 #include "Audio/CAudioParam.h"
 #include "Audio/CAudioParamCollector.h"
@@ -29,6 +29,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <numbers>
 #include <string>
 #include <vector>
@@ -44,7 +45,6 @@ constexpr ParamID kBypass = 0;
 constexpr ParamID kLo = 2;
 constexpr ParamID kOutGain = 5;
 constexpr int32 kBlock = 512;
-constexpr int kMaxChangesPerBlock = 4;
 
 using Signal = std::vector<std::vector<double>>;
 
@@ -81,20 +81,17 @@ TEST_F(CProductDefinitionTest, EveryObjectOfTheDefinitionInitialisesWithoutAnErr
     ASSERT_NE(main, nullptr);
     EXPECT_TRUE(main->isAutoLinks());
     // The chain in its order, with the rate changers and meters where they stand.
-    std::vector<std::string> chain;
+    std::string chain;
     for (const CAudioProcessDefBase* child : main->processes())
-        chain.push_back(child->name().toUtf8() + (child->isOutOfOrder() ? "*" : "") + "@" +
-                        std::to_string(child->bypassStateId()));
-    EXPECT_EQ(chain, (std::vector<std::string>{"modInputNode@-1", "modPreUpsampler@-1", "modUpsampler@33",
-                                               "modMainPre@-1", "modDLC73@-1", "modDownsampler@33",
-                                               "modPostDownsampler@-1", "modMeterOut*@-1", "modMeterIODiff*@-1",
-                                               "modGroupSolo@35", "modBypass@-1", "modLatencyUniformer@12"}));
-    std::vector<std::string> states;
+        chain += child->name().toUtf8() + (child->isOutOfOrder() ? "*" : "") + "@" + std::to_string(child->bypassStateId()) + " ";
+    EXPECT_EQ(chain, "modInputNode@-1 modPreUpsampler@-1 modUpsampler@33 modMainPre@-1 modDLC73@-1 modDownsampler@33 "
+                     "modPostDownsampler@-1 modMeterOut*@-1 modMeterIODiff*@-1 modGroupSolo@35 modBypass@-1 "
+                     "modLatencyUniformer@12 ");
+    std::string states;
     for (const CAudioProcessBypassStateDef* s : main->bypassStates())
-        states.push_back(std::to_string(s->id()) + ":" + s->param().toUtf8() + (s->isInverted() ? "!" : ""));
-    EXPECT_EQ(states, (std::vector<std::string>{"33:oversampling-bypass", "34:oversampling-bypass!",
-                                                "0:modMeterOut-enable!", "1:modMeterIODiff-enable!",
-                                                "35:group-solo-bypass", "12:lp-oversampling-enable!"}));
+        states += std::to_string(s->id()) + ":" + s->param().toUtf8() + (s->isInverted() ? "! " : " ");
+    EXPECT_EQ(states, "33:oversampling-bypass 34:oversampling-bypass! 0:modMeterOut-enable! 1:modMeterIODiff-enable! "
+                      "35:group-solo-bypass 12:lp-oversampling-enable! ");
 
     // A band's switch: "Off" runs the bypass filter alone, the shelves take the peak's row.
     auto* band = dynamic_cast<CModProcessSwitchDef*>(root->findObject(CString("shared::audio.modMain.modDLC73.modFilter")));
@@ -111,42 +108,25 @@ TEST_F(CProductDefinitionTest, EveryObjectOfTheDefinitionInitialisesWithoutAnErr
 
     // The oversampling filters: each choice runs under a name of its own, and the steep
     // and the soft switch, which one resampler may hold together, differ in their names.
-    std::vector<std::string> names;
+    std::string names;
     for (const char* sw : {"modUpsamplerFilterSteep", "modDownsamplerFilterSteep", "modResamplerFilterSoft"}) {
         auto* def = dynamic_cast<CModProcessSwitchDef*>(root->findObject(CString("shared::audio.").append(sw)));
         ASSERT_NE(def, nullptr) << sw;
         for (const auto& [index, entry] : def->table())
-            names.push_back(std::string(sw) + ":" + std::to_string(index) + "=" + entry.childName.toUtf8());
+            names += std::to_string(index) + "=" + entry.childName.toUtf8() + " ";
     }
-    EXPECT_EQ(names, (std::vector<std::string>{
-                         "modUpsamplerFilterSteep:0=steep-iir", "modUpsamplerFilterSteep:1=steep-fir",
-                         "modDownsamplerFilterSteep:0=steep-iir", "modDownsamplerFilterSteep:1=steep-fir",
-                         "modResamplerFilterSoft:0=soft-iir", "modResamplerFilterSoft:1=soft-fir"}));
+    EXPECT_EQ(names, "0=steep-iir 1=steep-fir 0=steep-iir 1=steep-fir 0=soft-iir 1=soft-fir ");
 }
 
 // ---- seeds of the stores
 
-std::vector<CString> presetNames(const CAudioPresetList& list)
+// CStrings joined by '|', to compare a list at once.
+template <class Range>
+std::string joined(const Range& texts)
 {
-    std::vector<CString> out;
-    for (int32_t i = 0; i < list.bank().presetCount(); ++i)
-        out.push_back(list.bank().preset(i).name());
-    return out;
-}
-
-std::vector<CString> keysOf(const CAudioPreset& preset)
-{
-    std::vector<CString> out;
-    for (const auto& [key, entry] : preset.entries())
-        out.push_back(key);
-    return out;
-}
-
-std::vector<CString> texts(std::initializer_list<const char*> list)
-{
-    std::vector<CString> out;
-    for (const char* s : list)
-        out.push_back(CString(s));
+    std::string out;
+    for (const CString& text : texts)
+        out.append(out.empty() ? "" : "|").append(text.toUtf8());
     return out;
 }
 
@@ -166,7 +146,23 @@ protected:
         return list;
     }
 
-    // An entry read back into a storage of one float or string value per element.
+    static std::string names(const CAudioPresetList& list)
+    {
+        std::vector<CString> out;
+        for (int32_t i = 0; i < list.bank().presetCount(); ++i)
+            out.push_back(list.bank().preset(i).name());
+        return joined(out);
+    }
+
+    static std::string keys(const CAudioPreset& preset)
+    {
+        std::vector<CString> out;
+        for (const auto& [key, entry] : preset.entries())
+            out.push_back(key);
+        return joined(out);
+    }
+
+    // An entry read back into a storage of one float value per element.
     static std::vector<double> floats(const CAudioPreset& preset, const char* key, CString* definition = nullptr)
     {
         const CPresetEntry* entry = preset.findEntry(CString(key));
@@ -176,8 +172,7 @@ protected:
         CAudioParamStorage values;
         values.setFormat(1, CAudioParamStorage::Float, false, false);
         CString name;
-        CErrorPtr error = entry->parse(name, values);
-        EXPECT_FALSE(error) << key;
+        EXPECT_FALSE(entry->parse(name, values)) << key;
         if (definition)
             *definition = name;
         std::vector<double> out;
@@ -187,14 +182,15 @@ protected:
     }
 };
 
+// The routing presets' seed is read in CAudioParamRegistryProductTest and its contents in
+// CProductPresetsTest; the mode banks' values are checked here only.
 TEST_F(CProductStoreTest, TheModeBanksSeedTheLocalStoreAndNameTheModes)
 {
     const CAudioPresetList glow = readList(CAppData::local(), "glowcore-presets");
-    EXPECT_EQ(presetNames(glow), texts({"QMGC:Very Hard", "QMGC:Hard", "QMGC:Soft", "QMGC:Very Soft", "QMGC:Clean"}));
+    EXPECT_EQ(names(glow), "QMGC:Very Hard|QMGC:Hard|QMGC:Soft|QMGC:Very Soft|QMGC:Clean");
     for (int32_t i = 0; i < glow.bank().presetCount(); ++i)
-        EXPECT_EQ(keysOf(glow.bank().preset(i)),
-                  texts({"auto-gain-point", "bias-I", "bias-V", "feed-freq", "feed-freq-inv", "gain-I", "gain-V",
-                         "knee-a", "knee-b", "makeup-gain", "mode-name", "ratio-a", "ratio-b"}));
+        EXPECT_EQ(keys(glow.bank().preset(i)), "auto-gain-point|bias-I|bias-V|feed-freq|feed-freq-inv|gain-I|gain-V|"
+                                               "knee-a|knee-b|makeup-gain|mode-name|ratio-a|ratio-b");
     CString definition;
     const CAudioPreset& veryHard = glow.bank().preset(0);
     EXPECT_EQ(floats(veryHard, "ratio-a", &definition), std::vector<double>{0.672568652});
@@ -204,53 +200,25 @@ TEST_F(CProductStoreTest, TheModeBanksSeedTheLocalStoreAndNameTheModes)
     EXPECT_EQ(floats(glow.bank().preset(4), "feed-freq-inv"), std::vector<double>{0.0});
 
     const CAudioPresetList sat = readList(CAppData::local(), "sateb-presets");
-    EXPECT_EQ(presetNames(sat), texts({"QMEB:Classic", "QMEB:Crisp", "QMEB:Hard", "QMEB:Magic Dust", "QMEB:Soft",
-                                       "QMEB:Solid", "QMEB:Tube 1", "QMEB:Tube 2", "QMEB:Warm"}));
+    EXPECT_EQ(names(sat), "QMEB:Classic|QMEB:Crisp|QMEB:Hard|QMEB:Magic Dust|QMEB:Soft|QMEB:Solid|QMEB:Tube 1|"
+                          "QMEB:Tube 2|QMEB:Warm");
     for (int32_t i = 0; i < sat.bank().presetCount(); ++i)
-        EXPECT_EQ(keysOf(sat.bank().preset(i)),
-                  texts({"bias-gain", "bias-gain2", "const-bias", "curvature", "curve-gain", "makeup-corr",
-                         "makeup-gain", "mode-name", "rms-time", "shift"}));
+        EXPECT_EQ(keys(sat.bank().preset(i)), "bias-gain|bias-gain2|const-bias|curvature|curve-gain|makeup-corr|"
+                                              "makeup-gain|mode-name|rms-time|shift");
     EXPECT_EQ(floats(sat.bank().preset(8), "shift"), std::vector<double>{1184.2407227});
     EXPECT_EQ(floats(sat.bank().preset(3), "makeup-corr"), std::vector<double>{-0.115});
 
     // The selectors show the modes by those names.
-    const auto* glowcore = dynamic_cast<const CAudioParamDef*>(
-        CApplication::sharedRoot()->findObject(CString("shared::audio.modMain.modDLC73.glowcore")));
-    ASSERT_NE(glowcore, nullptr);
-    EXPECT_EQ(glowcore->info().stateNames, texts({"Very Hard", "Hard", "Soft", "Very Soft", "Clean"}));
-    EXPECT_EQ(glowcore->info().shortStateNames, texts({"Very Ha", "Hard", "Soft", "Very So", "Clean"}));
-    const auto* satMode = dynamic_cast<const CAudioParamDef*>(
-        CApplication::sharedRoot()->findObject(CString("shared::audio.modMain.modDLC73.sateb-mode")));
-    ASSERT_NE(satMode, nullptr);
-    ASSERT_EQ(satMode->info().stateNames.size(), 9u);
-    EXPECT_EQ(satMode->info().stateNames[7], CString("Tube 2"));
-}
-
-TEST_F(CProductStoreTest, TheRoutingPresetsSeedTheGlobalStore)
-{
-    const CAudioPresetList routing = readList(CAppData::global(), "routing-presets-sys");
-    EXPECT_EQ(presetNames(routing),
-              texts({"QMIO:Stereo", "QMIO:2.1 Stereo", "QMIO:5.1 Surround (Multi)", "QMIO:5.1 Surround (Groups)",
-                     "QMIO:7.1 Surround (Multi)", "QMIO:7.1 Surround (Groups)", "QMIO:Dual Mono",
-                     "QMIO:Mid-Side Stereo", "QMIO:Mid-Side Linked", "QMIO:Mono To Stereo",
-                     "QMIO:Stereo Side-Chain", "QMIO:Mono Side-Chain", "QMIO:Force Mono", "QMIO:Stereo Swap",
-                     "QMIO:Stereo To Mono"}));
-    for (int32_t i = 0; i < routing.bank().presetCount(); ++i) {
-        const CAudioPreset& preset = routing.bank().preset(i);
-        SCOPED_TRACE(preset.name().toUtf8());
-        const bool hasSidechain = preset.findEntry(CString("sidechain")) != nullptr;
-        EXPECT_EQ(preset.entryCount(), hasSidechain ? 9 : 7);
-        // Every routing list covers the eight internal channels.
-        EXPECT_EQ(floats(preset, "in-routing").size(), 8u);
-        EXPECT_EQ(floats(preset, "grouping").size(), 8u);
-        EXPECT_EQ(floats(preset, "out-routing").size(), 8u);
-    }
-    // "Stereo" is the product's own default layout.
-    CString definition;
-    EXPECT_EQ(floats(routing.bank().preset(0), "grouping", &definition),
-              (std::vector<double>{0, 0, 1, 1, 2, 2, 3, 3}));
-    EXPECT_EQ(definition, CString("audio.modMain.io-params.grouping"));
-    EXPECT_EQ(floats(routing.bank().preset(0), "in-routing"), (std::vector<double>{1, 2, 0, 0, 0, 0, 0, 0}));
+    const auto selector = [](const char* name) {
+        return dynamic_cast<const CAudioParamDef*>(
+            CApplication::sharedRoot()->findObject(CString("shared::audio.modMain.modDLC73.").append(name)));
+    };
+    ASSERT_NE(selector("glowcore"), nullptr);
+    EXPECT_EQ(joined(selector("glowcore")->info().stateNames), "Very Hard|Hard|Soft|Very Soft|Clean");
+    EXPECT_EQ(joined(selector("glowcore")->info().shortStateNames), "Very Ha|Hard|Soft|Very So|Clean");
+    ASSERT_NE(selector("sateb-mode"), nullptr);
+    ASSERT_EQ(selector("sateb-mode")->info().stateNames.size(), 9u);
+    EXPECT_EQ(selector("sateb-mode")->info().stateNames[7], CString("Tube 2"));
 }
 
 // ---- the plug-in through its VST 3 interface
@@ -291,11 +259,11 @@ protected:
         return dynamic_cast<CAudioParamCollector*>(m_wrapper->pluginObject()->findChild(CString("param-collector")));
     }
 
-    double value(const CString& name, int32_t element = 0)
+    double value(const CString& name)
     {
         CAudioParam* param = collector()->getParam(name);
         CLockGuard guard(param->lock());
-        return param->values().getElementValue(0, element, 0, 0.0);
+        return param->values().getElementValue(0, 0, 0, 0.0);
     }
 
     void start(double rate)
@@ -313,31 +281,22 @@ protected:
         Signal out(in.size(), std::vector<double>(size_t(length), 0.0));
         for (int64_t pos = 0; pos < length; pos += kBlock) {
             const auto n = int32(std::min<int64_t>(kBlock, length - pos));
-            // One queue per change; a test sets a few parameters per block at most.
-            test::CTestParamQueue queues[kMaxChangesPerBlock] = {test::CTestParamQueue(0), test::CTestParamQueue(0),
-                                                                 test::CTestParamQueue(0), test::CTestParamQueue(0)};
+            std::deque<test::CTestParamQueue> queues;
             test::CTestParameterChanges list;
             for (const HostChange& c : changes) {
-                if (c.at < pos || c.at >= pos + n)
-                    continue;
-                EXPECT_LT(list.queues.size(), size_t(kMaxChangesPerBlock));
-                if (list.queues.size() >= size_t(kMaxChangesPerBlock))
-                    break;
-                test::CTestParamQueue& queue = queues[list.queues.size()];
-                queue.id = c.id;
-                queue.points.emplace_back(int32(c.at - pos), c.value);
-                list.queues.push_back(&queue);
+                if (c.at >= pos && c.at < pos + n) {
+                    queues.emplace_back(c.id).points.emplace_back(int32(c.at - pos), c.value);
+                    list.queues.push_back(&queues.back());
+                }
             }
             std::vector<double*> inPtrs, outPtrs;
             for (size_t c = 0; c < in.size(); ++c) {
                 inPtrs.push_back(const_cast<double*>(in[c].data()) + pos);
                 outPtrs.push_back(out[c].data() + pos);
             }
-            AudioBusBuffers inBus;
-            inBus.numChannels = int32(in.size());
+            AudioBusBuffers inBus, outBus;
+            inBus.numChannels = outBus.numChannels = int32(in.size());
             inBus.channelBuffers64 = inPtrs.data();
-            AudioBusBuffers outBus;
-            outBus.numChannels = int32(in.size());
             outBus.channelBuffers64 = outPtrs.data();
             ProcessData data = test::realtimeBlock(&inBus, 1, &outBus, 1, n, kSample64);
             data.inputParameterChanges = &list;
@@ -347,14 +306,10 @@ protected:
     }
 
     // The group chain that runs for group 0, and the band switch of level `band` in it.
-    CAudioProcessStack* groupChains() const
-    {
-        auto* main = dynamic_cast<CAudioProcess*>(m_wrapper->mainProcess());
-        return main ? dynamic_cast<CAudioProcessStack*>(main->findChild(CString("modDLC73"))) : nullptr;
-    }
     CAudioProcess* groupChain() const
     {
-        CAudioProcessStack* stack = groupChains();
+        auto* main = dynamic_cast<CAudioProcess*>(m_wrapper->mainProcess());
+        auto* stack = main ? dynamic_cast<CAudioProcessStack*>(main->findChild(CString("modDLC73"))) : nullptr;
         return stack ? dynamic_cast<CAudioProcess*>(stack->copyAt(0, 0)) : nullptr;
     }
     CModProcessSwitch* bandSwitch(int band) const
@@ -409,15 +364,21 @@ Complex toneAt(const std::vector<double>& signal, int64_t start, int64_t length,
     return sum;
 }
 
-Signal tones(const std::vector<double>& freqs, double amplitude, double rate, int64_t length, int channels = 2)
+// The gain at `freq` from `in` to `out` over their second second.
+double measuredGain(const Signal& in, const Signal& out, size_t channel, double freq, double rate)
 {
-    Signal s(size_t(channels), std::vector<double>(size_t(length), 0.0));
+    const auto second = int64_t(rate);
+    return std::abs(toneAt(out[channel], second, second, freq, rate)) / std::abs(toneAt(in[channel], second, second, freq, rate));
+}
+
+Signal tones(const std::vector<double>& freqs, double amplitude, double rate, int64_t length)
+{
+    Signal s(2, std::vector<double>(size_t(length), 0.0));
     for (int64_t n = 0; n < length; ++n) {
         double v = 0.0;
         for (size_t k = 0; k < freqs.size(); ++k)
             v += amplitude * std::sin(2.0 * std::numbers::pi * freqs[k] * double(n) / rate + 0.7 * double(k));
-        for (auto& c : s)
-            c[size_t(n)] = v;
+        s[0][size_t(n)] = s[1][size_t(n)] = v;
     }
     return s;
 }
@@ -431,85 +392,10 @@ struct BandSetting
     double lo, mid, hi;
 };
 
-TEST_F(CProductTest, HostParametersAreTheProductsInItsOrder)
-{
-    struct Row
-    {
-        const char16_t* title;
-        const char16_t* units;
-        int32 steps;
-        double defaultNorm;
-        const char16_t* atMin;
-        const char16_t* atDefault;
-        const char16_t* atMax;
-    };
-    const Row rows[] = {{u"Bypass", u"", 1, 0.0, u"Off", u"Off", u"On"},
-                        {u"Oversmp", u"", 0, 0.25, u"Auto", u"1X", u"8X"},
-                        {u"Lo", u"dB", 0, 0.25, u"-3.0", u"0.0", u"9.0"},
-                        {u"Mid", u"dB", 0, 0.25, u"-3.0", u"0.0", u"9.0"},
-                        {u"Hi", u"dB", 0, 0.25, u"-3.0", u"0.0", u"9.0"},
-                        {u"OutGain", u"dB", 0, 0.5, u"-12.0", u"0.0", u"12.0"}};
-    ASSERT_EQ(m_wrapper->getParameterCount(), 7);
-    for (int32 i = 0; i < 6; ++i) {
-        SCOPED_TRACE(i);
-        ParameterInfo info = {};
-        ASSERT_EQ(m_wrapper->getParameterInfo(i, info), kResultTrue);
-        EXPECT_EQ(std::u16string(info.title), rows[i].title);
-        EXPECT_EQ(std::u16string(info.units), rows[i].units);
-        EXPECT_EQ(info.stepCount, rows[i].steps);
-        EXPECT_NEAR(info.defaultNormalizedValue, rows[i].defaultNorm, 1e-12);
-        const auto textAt = [&](double norm) {
-            String128 s = {};
-            EXPECT_EQ(m_wrapper->getParamStringByValue(ParamID(i), norm, s), kResultTrue);
-            return std::u16string(s);
-        };
-        EXPECT_EQ(textAt(0.0), rows[i].atMin);
-        EXPECT_EQ(textAt(info.defaultNormalizedValue), rows[i].atDefault);
-        EXPECT_EQ(textAt(1.0), rows[i].atMax);
-    }
-    // The three band gains are the elements of one parameter.
-    EXPECT_EQ(collector()->getParam(CString("plugin.modMain.modDLC73.eq-params.gain"))->info()->visualName,
-              CString("Filter gain"));
-}
-
-TEST_F(CProductTest, AStereoDefaultSetUpRunsOneGroupChainWithThreeBands)
-{
-    start(48000.0);
-    render(tones({1000}, 0.1, m_rate, 4096));
-    CAudioProcessStack* chains = groupChains();
-    ASSERT_NE(chains, nullptr);
-    // Both channels are in group 0: one group record, one copy running.
-    EXPECT_EQ(chains->groupRecordCount(), 1);
-    EXPECT_EQ(chains->groupRecordAt(0), 0);
-    EXPECT_EQ(chains->levelCount(0), 1);
-    EXPECT_EQ(chains->runListCount(), 1);
-    for (int32_t g = 1; g < 8; ++g)
-        EXPECT_EQ(chains->copyAt(g, 0), nullptr) << g;
-    CAudioProcess* chain = groupChain();
-    ASSERT_NE(chain, nullptr);
-    auto* bands = dynamic_cast<CAudioProcessStack*>(chain->findChild(CString("modFilter")));
-    ASSERT_NE(bands, nullptr);
-    EXPECT_EQ(bands->levelCount(0), 3);
-    // The default modes are a shelf, a peak and a shelf: each band has its harmonic stage.
-    for (int band = 0; band < 3; ++band) {
-        CModProcessSwitch* sw = bandSwitch(band);
-        ASSERT_NE(sw, nullptr) << band;
-        auto* flt1 = dynamic_cast<CAudioProcess*>(sw->instance(0));
-        ASSERT_NE(flt1, nullptr) << band;
-        EXPECT_TRUE(runs(*flt1, "modFilter")) << band;
-        EXPECT_TRUE(runs(*flt1, "modGlowCore")) << band;
-    }
-}
-
-// The whole plug-in at 1X against the response its stages' formulas give. The stages
-// behind and between the filters are non-linear; at -90 dBFS per tone (15 tones, so the
-// sum stays under -65 dBFS) the saturator swings its curve by a few thousandths of its
-// knee and the harmonic stages stay on their straight parts or on arcs that bend by a
-// similar fraction, so their gains are those of the linearised stages to within about
-// 0.01 dB. The tolerance of 0.1 dB leaves room for that, for the level-dependent bias the
-// saturator's own level adds, and for the residue of the start-up in the analysis window;
-// a wrong band type, frequency, width or gain, a wrong auto-gain coefficient or a missing
-// stage each move the response by far more.
+// The whole plug-in at 1X against the response its stages' formulas give. At -90 dBFS per
+// tone the non-linear stages are their linearised selves to about 0.01 dB; 0.1 dB leaves
+// room for the saturator's level-dependent bias and the start-up's residue, while a wrong
+// band, auto-gain coefficient or missing stage moves the response by far more.
 TEST_F(CProductTest, TheResponseAtOneXIsTheBandFormulasTimesTheLinearisedStages)
 {
     const BandSetting settings[] = {{0, 0, 0}, {9, 0, 0}, {0, 9, 0}, {0, 0, 9}, {-3, -3, -3}, {6, -2, 4}};
@@ -520,8 +406,7 @@ TEST_F(CProductTest, TheResponseAtOneXIsTheBandFormulasTimesTheLinearisedStages)
             dropWrapper();
             makeWrapper();
             start(rate);
-            const auto second = int64_t(rate);
-            const Signal in = tones(kProbeFreqs, 3e-5, rate, 2 * second);
+            const Signal in = tones(kProbeFreqs, 3e-5, rate, 2 * int64_t(rate));
             const Signal out = render(in, {{0, kLo, bandNorm(s.lo)}, {0, kLo + 1, bandNorm(s.mid)},
                                            {0, kLo + 2, bandNorm(s.hi)}});
 
@@ -542,8 +427,7 @@ TEST_F(CProductTest, TheResponseAtOneXIsTheBandFormulasTimesTheLinearisedStages)
                         glow, test::bandFilter(int(modes[b]), freqs[b], gains[b], widths[b], f, rate), f, rate);
                 const Complex expected = ingain * pair.at(bands, f, rate) * test::onePoleHighPass(1.0, f, rate);
                 for (size_t c = 0; c < 2; ++c) {
-                    const double measured = std::abs(toneAt(out[c], second, second, f, rate))
-                                            / std::abs(toneAt(in[c], second, second, f, rate));
+                    const double measured = measuredGain(in, out, c, f, rate);
                     const double error = test::gainToDb(measured) - test::gainToDb(std::abs(expected));
                     worst = std::max(worst, std::abs(error));
                     EXPECT_NEAR(error, 0.0, 0.1) << f << " Hz, channel " << c << ": measured "
@@ -561,8 +445,7 @@ TEST_F(CProductTest, AllBandsOffStillRunTheSaturatorsAndTheHighPass)
     CAudioParam* mode = collector()->getParam(CString("plugin.modMain.modDLC73.eq-params.mode"));
     for (int32_t band = 0; band < 3; ++band)
         mode->setElementValue(0.0, 0, band, nullptr);
-    const auto second = int64_t(m_rate);
-    const Signal in = tones(kProbeFreqs, 3e-5, m_rate, 2 * second);
+    const Signal in = tones(kProbeFreqs, 3e-5, m_rate, 2 * int64_t(m_rate));
     const Signal out = render(in);
 
     // No harmonic stage in any band: each switch holds the bypass filter alone.
@@ -583,17 +466,14 @@ TEST_F(CProductTest, AllBandsOffStillRunTheSaturatorsAndTheHighPass)
     EXPECT_GT(std::abs(test::gainToDb(pair.plainGain())), 0.05);
     for (double f : kProbeFreqs) {
         const double expected = std::abs(pair.at(1.0, f, m_rate) * test::onePoleHighPass(1.0, f, m_rate));
-        const double measured =
-            std::abs(toneAt(out[0], second, second, f, m_rate)) / std::abs(toneAt(in[0], second, second, f, m_rate));
-        EXPECT_NEAR(test::gainToDb(measured), test::gainToDb(expected), 0.1) << f << " Hz";
+        EXPECT_NEAR(test::gainToDb(measuredGain(in, out, 0, f, m_rate)), test::gainToDb(expected), 0.1) << f << " Hz";
     }
 
     // Loud, the saturator bends the wave: the second harmonic of a 1 kHz tone is there.
-    const Signal loud = tones({1000}, 0.5, m_rate, second);
-    const Signal bent = render(loud);
-    const double fundamental = std::abs(toneAt(bent[0], second / 2, second / 2, 1000, m_rate));
-    const double second2 = std::abs(toneAt(bent[0], second / 2, second / 2, 2000, m_rate));
-    EXPECT_GT(second2 / fundamental, 1e-3);
+    const auto half = int64_t(m_rate) / 2;
+    const Signal bent = render(tones({1000}, 0.5, m_rate, 2 * half));
+    EXPECT_GT(std::abs(toneAt(bent[0], half, half, 2000, m_rate)) / std::abs(toneAt(bent[0], half, half, 1000, m_rate)),
+              1e-3);
 }
 
 // The largest step from one sample to the next in [from, to).
@@ -603,22 +483,6 @@ double largestStep(const std::vector<double>& s, int64_t from, int64_t to)
     for (int64_t n = std::max<int64_t>(from, 1); n < to; ++n)
         step = std::max(step, std::abs(s[size_t(n)] - s[size_t(n - 1)]));
     return step;
-}
-
-// Where two signals part and where they meet again for good, within [from, to).
-int64_t firstDifference(const std::vector<double>& a, const std::vector<double>& b, int64_t from, int64_t to)
-{
-    for (int64_t n = from; n < to; ++n)
-        if (std::abs(a[size_t(n)] - b[size_t(n)]) > 1e-9)
-            return n;
-    return to;
-}
-int64_t lastDifference(const std::vector<double>& a, const std::vector<double>& b, int64_t from, int64_t to)
-{
-    for (int64_t n = to - 1; n >= from; --n)
-        if (std::abs(a[size_t(n)] - b[size_t(n)]) > 1e-9)
-            return n;
-    return from - 1;
 }
 
 // Bypass switched on mid-block: the output leaves the processed signal at that sample and
@@ -642,11 +506,19 @@ TEST_F(CProductTest, BypassCrossfadesFromTheProcessedToTheDrySignal)
     changes.push_back({toggle, kBypass, 1.0});
     const Signal out = render(in, changes);
 
+    const auto differ = [](const std::vector<double>& a, const std::vector<double>& b, int64_t n) {
+        return std::abs(a[size_t(n)] - b[size_t(n)]) > 1e-9;
+    };
     for (size_t c = 0; c < 2; ++c) {
         SCOPED_TRACE(c);
         // The raised cosine starts with the old signal at full weight.
-        EXPECT_EQ(firstDifference(out[c], processed[c], 0, length), toggle + 1);
-        const int64_t fadeEnd = lastDifference(out[c], in[c], toggle, length) + 1;
+        int64_t parted = 0;
+        while (parted < length && !differ(out[c], processed[c], parted))
+            ++parted;
+        EXPECT_EQ(parted, toggle + 1);
+        int64_t fadeEnd = length;
+        while (fadeEnd > toggle && !differ(out[c], in[c], fadeEnd - 1))
+            --fadeEnd;
         // The module crossfade: round(0.015 * rate) samples, 662 at 44.1 kHz.
         EXPECT_NEAR(double(fadeEnd - toggle), 662.0, 2.0);
         const double natural = std::max(largestStep(in[c], toggle, length), largestStep(processed[c], toggle, length));
@@ -660,46 +532,46 @@ TEST_F(CProductTest, BypassCrossfadesFromTheProcessedToTheDrySignal)
 // into the path and fades the group out; taking the solo off fades it back in.
 TEST_F(CProductTest, GroupSoloFadesTheOtherGroupsOutAndBackIn)
 {
-    const double rate = 44100.0;
     const auto block = int64_t(kBlock);
-    const Signal in = tones({70}, 0.25, rate, 200 * block);
-    start(rate);
+    const Signal in = tones({70}, 0.25, 44100.0, 200 * block);
+    const auto part = [&](int64_t from, int64_t to) {
+        return Signal{std::vector<double>(in[0].begin() + from * block, in[0].begin() + to * block),
+                      std::vector<double>(in[1].begin() + from * block, in[1].begin() + to * block)};
+    };
+    start(44100.0);
     CAudioParam* solo = collector()->getParam(CString("plugin.modMain.io-params.channel-group-solo"));
 
-    const Signal before = render(Signal{std::vector<double>(in[0].begin(), in[0].begin() + 100 * block),
-                                        std::vector<double>(in[1].begin(), in[1].begin() + 100 * block)});
+    const Signal before = render(part(0, 100));
     solo->setElementValue(1.0, 1, 0, nullptr);
     EXPECT_EQ(value(mainParam("group-solo-bypass")), 0.0);
-    const Signal soloed = render(Signal{std::vector<double>(in[0].begin() + 100 * block, in[0].begin() + 150 * block),
-                                        std::vector<double>(in[1].begin() + 100 * block, in[1].begin() + 150 * block)});
+    const Signal soloed = render(part(100, 150));
     auto* main = dynamic_cast<CAudioProcess*>(m_wrapper->mainProcess());
     ASSERT_NE(main, nullptr);
     EXPECT_TRUE(runs(*main, "modGroupSolo"));
     solo->setElementValue(0.0, 1, 0, nullptr);
     EXPECT_EQ(value(mainParam("group-solo-bypass")), 1.0);
-    const Signal back = render(Signal{std::vector<double>(in[0].begin() + 150 * block, in[0].end()),
-                                      std::vector<double>(in[1].begin() + 150 * block, in[1].end())});
+    const Signal back = render(part(150, 200));
     // Out of the path again once it has faded to its input.
     EXPECT_FALSE(runs(*main, "modGroupSolo"));
 
+    const auto peak = [](const std::vector<double>& s, size_t from) {
+        double level = 0.0;
+        for (size_t n = from; n < s.size(); ++n)
+            level = std::max(level, std::abs(s[n]));
+        return level;
+    };
     for (size_t c = 0; c < 2; ++c) {
         SCOPED_TRACE(c);
         std::vector<double> all = before[c];
         all.insert(all.end(), soloed[c].begin(), soloed[c].end());
         all.insert(all.end(), back[c].begin(), back[c].end());
         const double natural = largestStep(before[c], before[c].size() / 2, int64_t(before[c].size()));
-        // Out: silent within the crossfade and the block it starts in.
+        // Out without a step, silent after the crossfade and the block it starts in; back
+        // in without a step.
         EXPECT_LE(largestStep(all, 100 * block - 2, 102 * block), 1.05 * natural);
-        double tail = 0.0;
-        for (size_t n = 2 * size_t(block); n < soloed[c].size(); ++n)
-            tail = std::max(tail, std::abs(soloed[c][n]));
-        EXPECT_LT(tail, 1e-9);
-        // Back in without a step.
+        EXPECT_LT(peak(soloed[c], 2 * size_t(block)), 1e-9);
         EXPECT_LE(largestStep(all, 150 * block - 2, 152 * block), 1.05 * natural);
-        double level = 0.0;
-        for (size_t n = back[c].size() / 2; n < back[c].size(); ++n)
-            level = std::max(level, std::abs(back[c][n]));
-        EXPECT_GT(level, 0.1);
+        EXPECT_GT(peak(back[c], back[c].size() / 2), 0.1);
     }
 }
 

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <numeric>
 #include <vector>
 
 namespace qel {
@@ -41,31 +40,6 @@ TEST(CVST3StreamTest, ACompressedBlockRoundTripsThroughAHostStreamThatMovesFewBy
         ASSERT_EQ(back.size(), payload.size());
         EXPECT_EQ(std::memcmp(back.data(), payload.data(), payload.size()), 0);
     }
-}
-
-TEST(CVST3StreamTest, TypedValuesReadBackExactly)
-{
-    CTestByteStream host({}, 3);
-    COutputStreamVST out(&host);
-    ASSERT_FALSE(out.writeU32(0xA1B2C3D4u));
-    ASSERT_FALSE(out.writeDouble(-0.1));
-    ASSERT_FALSE(out.writeString(CString(u"Gr\u00fc\u00dfe \u20ac")));
-    // Little-endian, as every stored integer.
-    ASSERT_GE(host.data.size(), 4u);
-    EXPECT_EQ(host.data[0], 0xD4);
-    EXPECT_EQ(host.data[3], 0xA1);
-
-    host.cursor = 0;
-    CInputStreamVST in(&host);
-    uint32_t u = 0;
-    double d = 0.0;
-    CString s;
-    ASSERT_FALSE(in.readU32(u));
-    ASSERT_FALSE(in.readDouble(d));
-    ASSERT_FALSE(in.readString(s));
-    EXPECT_EQ(u, 0xA1B2C3D4u);
-    EXPECT_EQ(d, -0.1);
-    EXPECT_EQ(s, CString(u"Gr\u00fc\u00dfe \u20ac"));
 }
 
 TEST(CVST3StreamTest, AReadPastTheEndFailsWithTheCountsAndStreamedReadsStopThere)
@@ -114,22 +88,19 @@ TEST(CVST3StreamTest, AGarbledBlockFromTheHostIsRefused)
     ASSERT_FALSE(out.writeCompressedData(payload.data(), payload.size(), kTag));
     const std::vector<uint8_t> good = host.data;
 
-    // Every cut of the block and a flipped byte in its head or body fail.
-    for (size_t cut : {size_t(0), size_t(3), size_t(11), good.size() / 2, good.size() - 1}) {
-        SCOPED_TRACE(cut);
-        CTestByteStream shortHost(std::vector<uint8_t>(good.begin(), good.begin() + std::ptrdiff_t(cut)));
-        CInputStreamVST in(&shortHost);
-        CByteArray back;
-        EXPECT_TRUE(in.readCompressedData(back, kTag));
-    }
+    // Cuts of the block and a flipped byte in its head or body fail.
+    std::vector<std::vector<uint8_t>> bad;
+    for (size_t cut : {size_t(0), size_t(3), size_t(11), good.size() / 2, good.size() - 1})
+        bad.emplace_back(good.begin(), good.begin() + std::ptrdiff_t(cut));
     for (size_t at : {size_t(5), size_t(9), good.size() / 2}) {
-        SCOPED_TRACE(at);
-        std::vector<uint8_t> bad = good;
-        bad[at] ^= 0x40;
-        CTestByteStream badHost(bad);
+        bad.push_back(good);
+        bad.back()[at] ^= 0x40;
+    }
+    for (const std::vector<uint8_t>& bytes : bad) {
+        CTestByteStream badHost(bytes);
         CInputStreamVST in(&badHost);
         CByteArray back;
-        EXPECT_TRUE(in.readCompressedData(back, kTag));
+        EXPECT_TRUE(in.readCompressedData(back, kTag)) << bytes.size();
     }
 }
 

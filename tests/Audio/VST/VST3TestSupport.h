@@ -1,9 +1,7 @@
 #pragma once
 
-// Small host-side objects for driving the VST 3 binding in-process: a byte stream, a
-// component handler that records what it is told, a run loop whose timer the test ticks,
-// a host context, automation queues and an attribute list. They live on the test's stack,
-// so their reference counts only count.
+// Small host-side objects for driving the VST 3 binding in-process. They live on the test's
+// stack, so their reference counts only count.
 
 #include "pluginterfaces/base/ibstream.h"
 #include "pluginterfaces/gui/iplugview.h"
@@ -17,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -25,13 +24,15 @@
 
 namespace qel::test {
 
+using namespace Steinberg;
+using namespace Steinberg::Vst;
+
 // A real-time block over the given buses, as a host hands it in.
-inline Steinberg::Vst::ProcessData realtimeBlock(Steinberg::Vst::AudioBusBuffers* inputs, Steinberg::int32 inputCount,
-                                                 Steinberg::Vst::AudioBusBuffers* outputs, Steinberg::int32 outputCount,
-                                                 Steinberg::int32 samples, Steinberg::int32 sampleSize)
+inline ProcessData realtimeBlock(AudioBusBuffers* inputs, int32 inputCount, AudioBusBuffers* outputs,
+                                 int32 outputCount, int32 samples, int32 sampleSize)
 {
-    Steinberg::Vst::ProcessData data;
-    data.processMode = Steinberg::Vst::kRealtime;
+    ProcessData data;
+    data.processMode = kRealtime;
     data.symbolicSampleSize = sampleSize;
     data.numSamples = samples;
     data.numInputs = inputCount;
@@ -41,14 +42,21 @@ inline Steinberg::Vst::ProcessData realtimeBlock(Steinberg::Vst::AudioBusBuffers
     return data;
 }
 
-#define QEL_TEST_REFCOUNT                                              \
-    Steinberg::uint32 PLUGIN_API addRef() override { return ++refs; }  \
-    Steinberg::uint32 PLUGIN_API release() override { return --refs; } \
-    Steinberg::uint32 refs = 1;
+#define QEL_TEST_REFCOUNT                                 \
+    uint32 PLUGIN_API addRef() override { return ++refs; }  \
+    uint32 PLUGIN_API release() override { return --refs; } \
+    uint32 refs = 1;
+#define QEL_TEST_NO_INTERFACES                                           \
+    tresult PLUGIN_API queryInterface(const TUID, void** obj) override \
+    {                                                                    \
+        *obj = nullptr;                                                  \
+        return kNoInterface;                                             \
+    }                                                                    \
+    QEL_TEST_REFCOUNT
 
 // A memory stream that moves at most `piece` bytes per call, as a host's may, and can be
 // told to fail.
-class CTestByteStream : public Steinberg::IBStream
+class CTestByteStream final : public IBStream
 {
 public:
     explicit CTestByteStream(std::vector<uint8_t> bytes = {}, int32_t piece = 1 << 30)
@@ -56,52 +64,34 @@ public:
     {
     }
 
-    Steinberg::tresult PLUGIN_API read(void* buffer, Steinberg::int32 numBytes, Steinberg::int32* numBytesRead) override
+    tresult PLUGIN_API read(void* buffer, int32 numBytes, int32* numBytesRead) override
     {
         if (failReads)
-            return Steinberg::kInternalError;
-        const auto n = std::min<int64_t>({numBytes, maxPiece, int64_t(data.size()) - cursor});
+            return kInternalError;
+        const auto n = std::max<int64_t>(std::min<int64_t>({numBytes, maxPiece, int64_t(data.size()) - cursor}), 0);
         if (n > 0)
             std::memcpy(buffer, data.data() + cursor, size_t(n));
-        cursor += std::max<int64_t>(n, 0);
+        cursor += n;
         if (numBytesRead)
-            *numBytesRead = Steinberg::int32(std::max<int64_t>(n, 0));
-        return Steinberg::kResultOk;
+            *numBytesRead = int32(n);
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API write(void* buffer, Steinberg::int32 numBytes,
-                                        Steinberg::int32* numBytesWritten) override
+    tresult PLUGIN_API write(void* buffer, int32 numBytes, int32* numBytesWritten) override
     {
         if (failWrites)
-            return Steinberg::kInternalError;
+            return kInternalError;
         const auto n = std::min<int64_t>(numBytes, maxPiece);
-        if (size_t(cursor + n) > data.size())
-            data.resize(size_t(cursor + n));
+        data.resize(std::max(data.size(), size_t(cursor + n)));
         std::memcpy(data.data() + cursor, buffer, size_t(n));
         cursor += n;
         if (numBytesWritten)
-            *numBytesWritten = Steinberg::int32(n);
-        return Steinberg::kResultOk;
+            *numBytesWritten = int32(n);
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API seek(Steinberg::int64 pos, Steinberg::int32 mode, Steinberg::int64* result) override
-    {
-        const int64_t base = mode == kIBSeekSet ? 0 : mode == kIBSeekCur ? cursor : int64_t(data.size());
-        cursor = std::clamp<int64_t>(base + pos, 0, int64_t(data.size()));
-        if (result)
-            *result = cursor;
-        return Steinberg::kResultOk;
-    }
-    Steinberg::tresult PLUGIN_API tell(Steinberg::int64* pos) override
-    {
-        if (pos)
-            *pos = cursor;
-        return Steinberg::kResultOk;
-    }
-    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID, void** obj) override
-    {
-        *obj = nullptr;
-        return Steinberg::kNoInterface;
-    }
-    QEL_TEST_REFCOUNT
+    // The binding reads and writes in order only.
+    tresult PLUGIN_API seek(int64, int32, int64*) override { return kNotImplemented; }
+    tresult PLUGIN_API tell(int64*) override { return kNotImplemented; }
+    QEL_TEST_NO_INTERFACES
 
     std::vector<uint8_t> data;
     int64_t cursor = 0;
@@ -111,50 +101,37 @@ public:
 };
 
 // Records every call a plug-in makes on its host's handler.
-class CTestComponentHandler : public Steinberg::Vst::IComponentHandler, public Steinberg::Vst::IUnitHandler
+class CTestComponentHandler final : public IComponentHandler, public IUnitHandler
 {
 public:
     struct Call
     {
         std::string what;
-        Steinberg::int32 id;
+        int32 id;
         double value;
     };
 
-    Steinberg::tresult PLUGIN_API beginEdit(Steinberg::Vst::ParamID id) override
+    tresult record(std::string what, int32 id, double value = 0.0)
     {
-        calls.push_back({"begin", Steinberg::int32(id), 0.0});
-        return Steinberg::kResultOk;
+        calls.push_back({std::move(what), id, value});
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API performEdit(Steinberg::Vst::ParamID id, Steinberg::Vst::ParamValue value) override
+    tresult PLUGIN_API beginEdit(ParamID id) override { return record("begin", int32(id)); }
+    tresult PLUGIN_API performEdit(ParamID id, ParamValue value) override { return record("perform", int32(id), value); }
+    tresult PLUGIN_API endEdit(ParamID id) override { return record("end", int32(id)); }
+    tresult PLUGIN_API restartComponent(int32 flags) override { return record("restart", flags); }
+    tresult PLUGIN_API notifyUnitSelection(UnitID) override { return kResultOk; }
+    tresult PLUGIN_API notifyProgramListChange(ProgramListID listId, int32 programIndex) override
     {
-        calls.push_back({"perform", Steinberg::int32(id), value});
-        return Steinberg::kResultOk;
+        return record("program-list", listId, double(programIndex));
     }
-    Steinberg::tresult PLUGIN_API endEdit(Steinberg::Vst::ParamID id) override
+    tresult PLUGIN_API queryInterface(const TUID wanted, void** obj) override
     {
-        calls.push_back({"end", Steinberg::int32(id), 0.0});
-        return Steinberg::kResultOk;
-    }
-    Steinberg::tresult PLUGIN_API restartComponent(Steinberg::int32 flags) override
-    {
-        calls.push_back({"restart", flags, 0.0});
-        return Steinberg::kResultOk;
-    }
-    Steinberg::tresult PLUGIN_API notifyUnitSelection(Steinberg::Vst::UnitID) override { return Steinberg::kResultOk; }
-    Steinberg::tresult PLUGIN_API notifyProgramListChange(Steinberg::Vst::ProgramListID listId,
-                                                          Steinberg::int32 programIndex) override
-    {
-        calls.push_back({"program-list", listId, double(programIndex)});
-        return Steinberg::kResultOk;
-    }
-    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID wanted, void** obj) override
-    {
-        QUERY_INTERFACE(wanted, obj, Steinberg::FUnknown::iid, Steinberg::Vst::IComponentHandler)
-        QUERY_INTERFACE(wanted, obj, Steinberg::Vst::IComponentHandler::iid, Steinberg::Vst::IComponentHandler)
-        QUERY_INTERFACE(wanted, obj, Steinberg::Vst::IUnitHandler::iid, Steinberg::Vst::IUnitHandler)
+        QUERY_INTERFACE(wanted, obj, FUnknown::iid, IComponentHandler)
+        QUERY_INTERFACE(wanted, obj, IComponentHandler::iid, IComponentHandler)
+        QUERY_INTERFACE(wanted, obj, IUnitHandler::iid, IUnitHandler)
         *obj = nullptr;
-        return Steinberg::kNoInterface;
+        return kNoInterface;
     }
     QEL_TEST_REFCOUNT
 
@@ -166,42 +143,41 @@ public:
     std::vector<Call> calls;
 };
 
-// A run loop that keeps the one timer registered with it; the test plays the host's loop.
-class CTestRunLoop : public Steinberg::Linux::IRunLoop
+// The host context handed to initialize; offering its run loop, it keeps the one timer
+// registered with it, and the test plays the host's loop.
+class CTestHostContext final : public Linux::IRunLoop
 {
 public:
-    Steinberg::tresult PLUGIN_API registerEventHandler(Steinberg::Linux::IEventHandler*,
-                                                       Steinberg::Linux::FileDescriptor) override
+    explicit CTestHostContext(bool withRunLoop = false) : offersRunLoop(withRunLoop) {}
+
+    tresult PLUGIN_API registerEventHandler(Linux::IEventHandler*, Linux::FileDescriptor) override
     {
-        return Steinberg::kNotImplemented;
+        return kNotImplemented;
     }
-    Steinberg::tresult PLUGIN_API unregisterEventHandler(Steinberg::Linux::IEventHandler*) override
-    {
-        return Steinberg::kNotImplemented;
-    }
-    Steinberg::tresult PLUGIN_API registerTimer(Steinberg::Linux::ITimerHandler* handler,
-                                                Steinberg::Linux::TimerInterval ms) override
+    tresult PLUGIN_API unregisterEventHandler(Linux::IEventHandler*) override { return kNotImplemented; }
+    tresult PLUGIN_API registerTimer(Linux::ITimerHandler* handler, Linux::TimerInterval ms) override
     {
         handler->addRef();
         timer = handler;
         intervalMs = ms;
         ++registrations;
-        return Steinberg::kResultOk;
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API unregisterTimer(Steinberg::Linux::ITimerHandler* handler) override
+    tresult PLUGIN_API unregisterTimer(Linux::ITimerHandler* handler) override
     {
         if (handler != timer)
-            return Steinberg::kInvalidArgument;
+            return kInvalidArgument;
         timer->release();
         timer = nullptr;
-        return Steinberg::kResultOk;
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID wanted, void** obj) override
+    tresult PLUGIN_API queryInterface(const TUID wanted, void** obj) override
     {
-        QUERY_INTERFACE(wanted, obj, Steinberg::FUnknown::iid, Steinberg::Linux::IRunLoop)
-        QUERY_INTERFACE(wanted, obj, Steinberg::Linux::IRunLoop::iid, Steinberg::Linux::IRunLoop)
+        QUERY_INTERFACE(wanted, obj, FUnknown::iid, Linux::IRunLoop)
+        if (offersRunLoop)
+            QUERY_INTERFACE(wanted, obj, Linux::IRunLoop::iid, Linux::IRunLoop)
         *obj = nullptr;
-        return Steinberg::kNoInterface;
+        return kNoInterface;
     }
     QEL_TEST_REFCOUNT
 
@@ -211,130 +187,84 @@ public:
             timer->onTimer();
     }
 
-    Steinberg::Linux::ITimerHandler* timer = nullptr;
-    Steinberg::Linux::TimerInterval intervalMs = 0;
+    bool offersRunLoop;
+    Linux::ITimerHandler* timer = nullptr;
+    Linux::TimerInterval intervalMs = 0;
     int registrations = 0;
 };
 
-// The host context handed to initialize; it offers a run loop when given one.
-class CTestHostContext : public Steinberg::FUnknown
+class CTestParamQueue final : public IParamValueQueue
 {
 public:
-    explicit CTestHostContext(CTestRunLoop* loop = nullptr) : runLoop(loop) {}
+    explicit CTestParamQueue(ParamID paramId) : id(paramId) {}
 
-    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID wanted, void** obj) override
-    {
-        if (runLoop && Steinberg::FUnknownPrivate::iidEqual(wanted, Steinberg::Linux::IRunLoop::iid))
-            return runLoop->queryInterface(wanted, obj);
-        QUERY_INTERFACE(wanted, obj, Steinberg::FUnknown::iid, Steinberg::FUnknown)
-        *obj = nullptr;
-        return Steinberg::kNoInterface;
-    }
-    QEL_TEST_REFCOUNT
-
-    CTestRunLoop* runLoop;
-};
-
-class CTestParamQueue : public Steinberg::Vst::IParamValueQueue
-{
-public:
-    explicit CTestParamQueue(Steinberg::Vst::ParamID paramId) : id(paramId) {}
-
-    Steinberg::Vst::ParamID PLUGIN_API getParameterId() override { return id; }
-    Steinberg::int32 PLUGIN_API getPointCount() override { return Steinberg::int32(points.size()); }
-    Steinberg::tresult PLUGIN_API getPoint(Steinberg::int32 index, Steinberg::int32& sampleOffset,
-                                           Steinberg::Vst::ParamValue& value) override
+    ParamID PLUGIN_API getParameterId() override { return id; }
+    int32 PLUGIN_API getPointCount() override { return int32(points.size()); }
+    tresult PLUGIN_API getPoint(int32 index, int32& sampleOffset, ParamValue& value) override
     {
         if (index < 0 || index >= getPointCount())
-            return Steinberg::kResultFalse;
-        sampleOffset = points[size_t(index)].first;
-        value = points[size_t(index)].second;
-        return Steinberg::kResultOk;
+            return kResultFalse;
+        std::tie(sampleOffset, value) = points[size_t(index)];
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API addPoint(Steinberg::int32 sampleOffset, Steinberg::Vst::ParamValue value,
-                                           Steinberg::int32& index) override
+    tresult PLUGIN_API addPoint(int32 sampleOffset, ParamValue value, int32& index) override
     {
         index = getPointCount();
         points.emplace_back(sampleOffset, value);
-        return Steinberg::kResultOk;
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID, void** obj) override
-    {
-        *obj = nullptr;
-        return Steinberg::kNoInterface;
-    }
-    QEL_TEST_REFCOUNT
+    QEL_TEST_NO_INTERFACES
 
-    Steinberg::Vst::ParamID id;
-    std::vector<std::pair<Steinberg::int32, double>> points;
+    ParamID id;
+    std::vector<std::pair<int32, double>> points;
 };
 
-class CTestParameterChanges : public Steinberg::Vst::IParameterChanges
+class CTestParameterChanges final : public IParameterChanges
 {
 public:
-    Steinberg::int32 PLUGIN_API getParameterCount() override { return Steinberg::int32(queues.size()); }
-    Steinberg::Vst::IParamValueQueue* PLUGIN_API getParameterData(Steinberg::int32 index) override
+    int32 PLUGIN_API getParameterCount() override { return int32(queues.size()); }
+    IParamValueQueue* PLUGIN_API getParameterData(int32 index) override
     {
         return index >= 0 && index < getParameterCount() ? queues[size_t(index)] : nullptr;
     }
-    Steinberg::Vst::IParamValueQueue* PLUGIN_API addParameterData(const Steinberg::Vst::ParamID&,
-                                                                  Steinberg::int32&) override
-    {
-        return nullptr;
-    }
-    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID, void** obj) override
-    {
-        *obj = nullptr;
-        return Steinberg::kNoInterface;
-    }
-    QEL_TEST_REFCOUNT
+    IParamValueQueue* PLUGIN_API addParameterData(const ParamID&, int32&) override { return nullptr; }
+    QEL_TEST_NO_INTERFACES
 
     std::vector<CTestParamQueue*> queues;
 };
 
 // Holds one string attribute, as a host's channel context list does.
-class CTestAttributeList : public Steinberg::Vst::IAttributeList
+class CTestAttributeList final : public IAttributeList
 {
 public:
-    Steinberg::tresult PLUGIN_API setInt(AttrID, Steinberg::int64) override { return Steinberg::kResultFalse; }
-    Steinberg::tresult PLUGIN_API getInt(AttrID, Steinberg::int64&) override { return Steinberg::kResultFalse; }
-    Steinberg::tresult PLUGIN_API setFloat(AttrID, double) override { return Steinberg::kResultFalse; }
-    Steinberg::tresult PLUGIN_API getFloat(AttrID, double&) override { return Steinberg::kResultFalse; }
-    Steinberg::tresult PLUGIN_API setString(AttrID id, const Steinberg::Vst::TChar* string) override
+    tresult PLUGIN_API setInt(AttrID, int64) override { return kResultFalse; }
+    tresult PLUGIN_API getInt(AttrID, int64&) override { return kResultFalse; }
+    tresult PLUGIN_API setFloat(AttrID, double) override { return kResultFalse; }
+    tresult PLUGIN_API getFloat(AttrID, double&) override { return kResultFalse; }
+    tresult PLUGIN_API setBinary(AttrID, const void*, uint32) override { return kResultFalse; }
+    tresult PLUGIN_API getBinary(AttrID, const void*&, uint32&) override { return kResultFalse; }
+    tresult PLUGIN_API setString(AttrID id, const TChar* string) override
     {
         key = id;
         text = string;
-        return Steinberg::kResultOk;
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API getString(AttrID id, Steinberg::Vst::TChar* string, Steinberg::uint32 sizeInBytes) override
+    tresult PLUGIN_API getString(AttrID id, TChar* string, uint32 sizeInBytes) override
     {
         if (key != id)
-            return Steinberg::kResultFalse;
-        const size_t units = sizeInBytes / sizeof(Steinberg::Vst::TChar);
-        const size_t n = std::min(text.size(), units - 1);
+            return kResultFalse;
+        const size_t n = std::min(text.size(), sizeInBytes / sizeof(TChar) - 1);
         std::copy_n(text.data(), n, string);
         string[n] = 0;
-        return Steinberg::kResultOk;
+        return kResultOk;
     }
-    Steinberg::tresult PLUGIN_API setBinary(AttrID, const void*, Steinberg::uint32) override
-    {
-        return Steinberg::kResultFalse;
-    }
-    Steinberg::tresult PLUGIN_API getBinary(AttrID, const void*&, Steinberg::uint32&) override
-    {
-        return Steinberg::kResultFalse;
-    }
-    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID, void** obj) override
-    {
-        *obj = nullptr;
-        return Steinberg::kNoInterface;
-    }
-    QEL_TEST_REFCOUNT
+    QEL_TEST_NO_INTERFACES
 
     std::string key;
     std::u16string text;
 };
 
+#undef QEL_TEST_NO_INTERFACES
 #undef QEL_TEST_REFCOUNT
 
 } // namespace qel::test
