@@ -13,6 +13,15 @@ CString lastComponent(const CString& dotted)
 
 } // namespace
 
+std::vector<std::pair<int32_t, CString>> CAudioProcessDefBaseInit::slotRows(int32_t slotLimit) const
+{
+    std::vector<std::pair<int32_t, CString>> rows;
+    for (const auto& [index, row] : m_paramAllocs)
+        if (index >= 0 && index < slotLimit)
+            rows.emplace_back(index, row->plainParamName());
+    return rows;
+}
+
 CErrorPtr CAudioProcessDefBaseInit::initChilds()
 {
     QEL_RETURN_IF_ERROR(CObject::initChilds(), getFullName());

@@ -8,6 +8,7 @@
 #include "Core/CPtrArray.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace qel {
@@ -34,6 +35,9 @@ public:
 
     // By slot index; a later row with the same index replaced an earlier one.
     const CMap<int32_t, CAudioParamAllocDef*>& paramAllocs() const { return m_paramAllocs; }
+    // The rows a module with `slotLimit` slots can bind, in index order, each with the last
+    // part of its parameter's name.
+    std::vector<std::pair<int32_t, CString>> slotRows(int32_t slotLimit) const;
     const std::vector<CPathEntry<CAudioParamDef>>& params() const { return m_params; }
     const CPtrArray<CAudioParamRemapDef>& remaps() const { return m_remaps; }
     const std::vector<CPathEntry<CAudioParamSharedStorage>>& sharedStorages() const { return m_sharedStorages; }

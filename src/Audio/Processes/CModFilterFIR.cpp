@@ -19,12 +19,8 @@ CErrorPtr CModFilterFIR::init()
         m_layout.genArray = CAudioFilterGenArray::resolve(*def, def->genArrayPath(), m_fullName);
         bool hasPoints = false;
         // The rows in the order of their index, which is the order of the generator's names.
-        for (const auto& [index, row] : def->paramAllocs()) {
-            if (index < 0 || index >= CAudioModule::kMaxSlots)
-                continue;
-            if (index + 1 > m_layout.slotCount)
-                m_layout.slotCount = index + 1;
-            const CString name = row->plainParamName();
+        for (const auto& [index, name] : def->slotRows(CAudioModule::kMaxSlots)) {
+            m_layout.slotCount = index + 1;
             if (name == CString("count")) {
                 m_layout.countSlot = index;
             } else if (name == CString("index")) {

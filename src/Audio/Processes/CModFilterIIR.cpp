@@ -14,12 +14,8 @@ CErrorPtr CModFilterIIR::init()
     if (const auto* def = dynamic_cast<const CModFilterIIRDef*>(m_def)) {
         m_layout.isWhole = def->isTerminalWhole();
         m_layout.genArray = CAudioFilterGenArray::resolve(*def, def->genArrayPath(), m_fullName);
-        for (const auto& [index, row] : def->paramAllocs()) {
-            if (index < 0 || index >= CAudioModule::kMaxSlots)
-                continue;
-            if (index + 1 > m_layout.slotCount)
-                m_layout.slotCount = index + 1;
-            const CString name = row->plainParamName();
+        for (const auto& [index, name] : def->slotRows(CAudioModule::kMaxSlots)) {
+            m_layout.slotCount = index + 1;
             if (name == CString("index")) {
                 m_layout.indexSlot = index;
             } else if (name != CString("count") && name != CString("points")) {

@@ -122,6 +122,31 @@ TEST_F(FilterFIR, TheProductsFiltersConvolveExactlyHoweverTheBlocksAreCut)
     }
 }
 
+// The linear-phase path's impulse response: symmetric around the latency the host is told.
+TEST_F(FilterFIR, TheLowPassIsSymmetricAroundItsLatency)
+{
+    Graph& g = build("fir", {0}, 48000.0);
+    const size_t at = 300;
+    Signal in(1, std::vector<double>(3000, 0.0));
+    in[0][at] = 1.0;
+    const std::vector<double> y = g.run(in, 256)[0];
+    const int32_t latency = publishedLatency();
+    EXPECT_EQ(latency, 330 + 64);
+    const size_t centre = at + size_t(latency);
+    // The transforms round at about 1e-16 of the taps' sum (about 1).
+    for (size_t k = 1; k <= 330; ++k) {
+        ASSERT_NEAR(y[centre + k], y[centre - k], 1e-14) << k;
+        ASSERT_LT(std::fabs(y[centre + k]), y[centre]) << k;
+    }
+    // Nothing before the first tap or after the last: the response is 661 samples long.
+    for (size_t t = 0; t < centre - 330; ++t)
+        ASSERT_LT(std::fabs(y[t]), 1e-14) << t;
+    for (size_t t = centre + 331; t < y.size(); ++t)
+        ASSERT_LT(std::fabs(y[t]), 1e-14) << t;
+    // Half the band at fixsr: the centre tap is w / pi = 2 * 11025 / 44100.
+    EXPECT_NEAR(y[centre], 0.5, 1e-12);
+}
+
 // A longer filter: the old output goes on while the new module, seeded with the sample at
 // the change, fills its latency; then the raised cosine of 0.015 s; then the new one alone.
 TEST_F(FilterFIR, ANewLengthCrossfadesToTheNewFilter)
