@@ -90,13 +90,7 @@ TEST_F(StackRealTime, CountsAndGroupsChangeWithoutAllocatingOrLocking)
     EXPECT_EQ(incompleteAt, -1) << "a channel went missing";
     EXPECT_GT(fadingBlocks, 100);
     EXPECT_EQ(outer.preparedGroupCount(), 8);
-#ifdef QEL_COUNTING
-    expectNothingAllocated(counts);
-    EXPECT_EQ(locks, 0u);
-#else
-    (void)counts;
-    GTEST_SKIP() << kNotCounted;
-#endif
+    QEL_EXPECT_NOTHING_ALLOCATED_OR_LOCKED(counts, locks);
 }
 
 } // namespace

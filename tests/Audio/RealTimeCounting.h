@@ -60,6 +60,28 @@ inline void expectNothingAllocated(const RealTimeCounts& counts)
 
 constexpr const char* kNotCounted = "the sanitizer's allocator is not counted";
 
+// The verdict that ends a real-time test: the audio thread allocated and freed nothing (and
+// took no lock, for the second form); where nothing is counted, the test is marked skipped.
+#ifdef QEL_COUNTING
+#define QEL_EXPECT_NOTHING_ALLOCATED(counts) ::qel::test::expectNothingAllocated(counts)
+#define QEL_EXPECT_NOTHING_ALLOCATED_OR_LOCKED(counts, locks) \
+    do {                                                      \
+        ::qel::test::expectNothingAllocated(counts);          \
+        EXPECT_EQ((locks), 0u);                               \
+    } while (0)
+#else
+#define QEL_EXPECT_NOTHING_ALLOCATED(counts)              \
+    do {                                                  \
+        (void)(counts);                                   \
+        GTEST_SKIP() << ::qel::test::kNotCounted;         \
+    } while (0)
+#define QEL_EXPECT_NOTHING_ALLOCATED_OR_LOCKED(counts, locks) \
+    do {                                                      \
+        (void)(locks);                                        \
+        QEL_EXPECT_NOTHING_ALLOCATED(counts);                 \
+    } while (0)
+#endif
+
 // Runs `blocks` blocks as a host drives a plug-in from two threads: on the calling thread
 // host(block) makes the changes that go with the block, then on an audio thread of its own
 // audio(block) runs it, counting where it sets t_counting; the next block's changes wait

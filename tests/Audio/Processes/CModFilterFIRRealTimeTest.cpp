@@ -71,14 +71,7 @@ TEST_F(FilterFIRRealTime, SteadyBlocksAndNewFiltersAllocateAndLockNothing)
     EXPECT_TRUE(isFinite);
     EXPECT_GE(changes, 4);
     EXPECT_EQ(fades, changes);
-#ifdef QEL_COUNTING
-    expectNothingAllocated(counts);
-    EXPECT_EQ(locks, 0u);
-#else
-    (void)counts;
-    (void)locks;
-    GTEST_SKIP() << kNotCounted;
-#endif
+    QEL_EXPECT_NOTHING_ALLOCATED_OR_LOCKED(counts, locks);
 }
 
 // The transforms at every order a filter may use: no plan that takes heap scratch per call.
@@ -104,14 +97,7 @@ TEST(RealFFTRealTime, TransformsOfEveryOrderAllocateNothing)
     });
     for (CRealFFT* fft : records)
         CRealFFT::give(fft);
-#ifdef QEL_COUNTING
-    expectNothingAllocated(counts);
-    EXPECT_EQ(locks, 0u);
-#else
-    (void)counts;
-    (void)locks;
-    GTEST_SKIP() << kNotCounted;
-#endif
+    QEL_EXPECT_NOTHING_ALLOCATED_OR_LOCKED(counts, locks);
 }
 
 } // namespace
