@@ -1,7 +1,6 @@
 #include "Audio/CAudioWrapper.h"
 
 #include "Audio/CAudioCCTable.h"
-#include "Audio/CAudioDefaultRouting.h"
 #include "Audio/CAudioEnv.h"
 #include "Audio/CAudioExtParam.h"
 #include "Audio/CAudioParam.h"
@@ -226,21 +225,19 @@ void CAudioWrapper::takeHostParams()
     if (m_useHostRecording)
         m_params.recording = c.getParam(mainParamName("host-rec"));
     m_params.windowSize = c.getParam(mainParamName("main-window-size"));
+    CAudioDefaultRouting::CParams& routing = m_params.routing;
     if (m_useSidechain) {
-        m_params.sidechain = c.getParam(mainParamName("io-params.sidechain"));
-        m_params.sidechainMute = c.getParam(mainParamName("io-params.sidechain-mute"));
+        routing.sidechain = c.getParam(mainParamName("io-params.sidechain"));
+        routing.sidechainMute = c.getParam(mainParamName("io-params.sidechain-mute"));
     }
     if (m_useRouting) {
-        m_params.inChannelNames = c.getParam(mainParamName("io-params.in-channel-names"));
-        m_params.groupNames = c.getParam(mainParamName("io-params.group-names"));
-        m_params.inRouting = c.getParam(mainParamName("io-params.in-routing"));
-        m_params.grouping = c.getParam(mainParamName("io-params.grouping"));
-        m_params.outRouting = c.getParam(mainParamName("io-params.out-routing"));
+        routing.inChannelNames = c.getParam(mainParamName("io-params.in-channel-names"));
+        routing.groupNames = c.getParam(mainParamName("io-params.group-names"));
+        routing.inRouting = c.getParam(mainParamName("io-params.in-routing"));
+        routing.grouping = c.getParam(mainParamName("io-params.grouping"));
+        routing.outRouting = c.getParam(mainParamName("io-params.out-routing"));
         if (m_useMidSide)
-            m_params.msPairs = c.getParam(mainParamName("io-params.ms-pairs"));
-        const CAudioDefaultRouting::CParams routing{m_params.inChannelNames, m_params.groupNames, m_params.inRouting,
-                                                    m_params.grouping,       m_params.outRouting, m_params.msPairs,
-                                                    m_params.sidechain,      m_params.sidechainMute};
+            routing.msPairs = c.getParam(mainParamName("io-params.ms-pairs"));
         m_defaultRouting = std::make_unique<CAudioDefaultRouting>(routing, m_intChannelCount, m_groupCount);
     }
 }
@@ -481,7 +478,7 @@ void CAudioWrapper::updateRouting(CAudioParamUpdateContext& context)
 void CAudioWrapper::importChannelLabels()
 {
     CLockGuard guard(m_lock);
-    CAudioParam* names = m_params.inChannelNames;
+    CAudioParam* names = m_params.routing.inChannelNames;
     if (!m_hasHostLabels || !names || !names->info())
         return;
     std::vector<CString> labels = m_mainLabels;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Audio/CAudioDefaultRouting.h"
 #include "Audio/CAudioExtParamHostBridge.h"
 #include "Audio/CAudioHostBuffers.h"
 #include "Audio/CAudioHostEventList.h"
@@ -22,7 +23,6 @@
 namespace qel {
 
 class CAudioCCTable;
-class CAudioDefaultRouting;
 class CAudioEnv;
 class CAudioExtParamList;
 class CAudioParam;
@@ -225,14 +225,7 @@ private:
         CAudioParam* bpm = nullptr;
         CAudioParam* recording = nullptr;
         CAudioParam* windowSize = nullptr;
-        CAudioParam* sidechain = nullptr;
-        CAudioParam* sidechainMute = nullptr;
-        CAudioParam* inChannelNames = nullptr;
-        CAudioParam* groupNames = nullptr;
-        CAudioParam* inRouting = nullptr;
-        CAudioParam* grouping = nullptr;
-        CAudioParam* outRouting = nullptr;
-        CAudioParam* msPairs = nullptr;
+        CAudioDefaultRouting::CParams routing;
     };
 
     // init's steps.
