@@ -547,6 +547,16 @@ void CAudioProcessBase::releasePortBuffers()
 
 // ---- outputs
 
+void CAudioProcessBase::passInputFormat(double rate, int32_t latency)
+{
+    CAudioStream::CChannel records[CAudioStream::kMaxChannels];
+    int32_t count = 0;
+    for (const CAudioPort& p : m_ports)
+        for (int32_t i = 0; i < p.channelCount && count < CAudioStream::kMaxChannels; ++i)
+            records[count++] = {keyChannel(p.channels[i].key), p.channels[i].group, latency, p.id, nullptr};
+    setOutputFormat(rate, records, count);
+}
+
 void CAudioProcessBase::setOutputFormat(double rate, const CAudioStream::CChannel* records, int32_t count)
 {
     m_outCount = std::min(count, CAudioStream::kMaxChannels);

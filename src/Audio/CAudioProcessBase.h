@@ -154,6 +154,9 @@ protected:
     // The channels this process hands on (buffers ignored), kept and published to every
     // output stream; each stream takes those of its srcPort, re-keyed to its destPort.
     void setOutputFormat(double rate, const CAudioStream::CChannel* records, int32_t count);
+    // Every input channel handed on as it came, at `rate` with `latency`: the output format
+    // of a process that changes neither the channels nor their order.
+    void passInputFormat(double rate, int32_t latency);
     void publishOutputs();
     // One buffer per output channel, in table order, each holding one reference that is
     // handed on (or dropped when no stream takes the channel).

@@ -20,12 +20,7 @@ void CModDecimator::update()
     m_isDelayingOne = odd != 0;
     for (double& x : m_held)
         x = 0.0;
-    CAudioStream::CChannel records[CAudioStream::kMaxChannels];
-    int32_t count = 0;
-    for (const CAudioPort& p : m_ports)
-        for (int32_t i = 0; i < p.channelCount; ++i)
-            records[count++] = {keyChannel(p.channels[i].key), p.channels[i].group, (m_latency + odd) / 2, p.id, nullptr};
-    setOutputFormat(0.5 * m_inputRate, records, count);
+    passInputFormat(0.5 * m_inputRate, (m_latency + odd) / 2);
 }
 
 void CModDecimator::process()

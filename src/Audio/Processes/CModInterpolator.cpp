@@ -14,12 +14,7 @@ void CModInterpolator::update()
 {
     if (!m_reconfigured)
         return;
-    CAudioStream::CChannel records[CAudioStream::kMaxChannels];
-    int32_t count = 0;
-    for (const CAudioPort& p : m_ports)
-        for (int32_t i = 0; i < p.channelCount; ++i)
-            records[count++] = {keyChannel(p.channels[i].key), p.channels[i].group, 2 * m_latency, p.id, nullptr};
-    setOutputFormat(2.0 * m_inputRate, records, count);
+    passInputFormat(2.0 * m_inputRate, 2 * m_latency);
 }
 
 void CModInterpolator::process()

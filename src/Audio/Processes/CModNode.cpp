@@ -6,12 +6,7 @@ void CModNode::update()
 {
     if (!m_reconfigured)
         return;
-    CAudioStream::CChannel records[CAudioStream::kMaxChannels];
-    int32_t count = 0;
-    for (const CAudioPort& p : m_ports)
-        for (int32_t i = 0; i < p.channelCount; ++i)
-            records[count++] = {keyChannel(p.channels[i].key), p.channels[i].group, m_latency, p.id, nullptr};
-    setOutputFormat(m_inputRate, records, count);
+    passInputFormat(m_inputRate, m_latency);
 }
 
 void CModNode::process()
